@@ -1,0 +1,10 @@
+// Umbrella header of the scene graph: reference counting, transformations,
+// vertex and index buffers, spatials, nodes, triangle meshes and controllers.
+#pragma once
+
+#include "kxController.h"
+#include "kxGenericTransformation.h"
+#include "kxObject.h"
+#include "kxSpatial.h"
+#include "kxTriMesh.h"
+#include "kxVertexBuffer.h"
