@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libembree-dev
+  libembree-dev libassimp-dev libcli11-dev nlohmann-json3-dev
 )
 
 missing=()

@@ -1,0 +1,67 @@
+// The app layer's view of an assembly: named parts, each one triangle mesh in
+// world coordinates, and the rigid groups the planner works with.
+//
+// Invariants of an Assembly returned by the importer: every part has a unique
+// non-empty name, a mesh with at least one non-degenerate triangle, finite
+// coordinates, and a World transform that places it in the assembly's frame.
+// Groups partition the parts: group g lists part indices in ascending order,
+// and every part is in exactly one group.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kxSceneGraph.h"
+
+namespace velmora {
+
+// Bad input from a user (a file, an option): the message names the file and
+// the problem and is meant to be shown as it is.
+class InputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct Part {
+    std::string name;      // unique within the assembly
+    std::string file;      // the file it came from
+    std::string node;      // the scene node that placed it ("" for formats without nodes)
+    kx::kxPointer<kx::kxTriMesh> mesh;  // World = the node's world transform
+};
+
+// How parts are gathered into rigid groups that move as one.
+enum class GroupBy {
+    Mesh,  // every mesh is its own group
+    Node,  // meshes placed by the same scene node form one group
+    File,  // every input file is one group
+};
+
+GroupBy parseGroupBy(const std::string& text);  // "mesh", "node" or "file"; InputError otherwise
+const char* toString(GroupBy mode);
+
+struct Group {
+    std::string name;           // the part's name for single-part groups, else the node or file
+    std::vector<unsigned> parts;
+};
+
+struct Assembly {
+    std::vector<Part> parts;
+    std::vector<Group> groups;
+    std::vector<std::string> warnings;  // things dropped on import, for the user to see
+
+    size_t triangleCount() const;
+};
+
+// Forms the groups of `assembly` by `mode` (replacing any it had).
+void assignGroups(Assembly& assembly, GroupBy mode);
+
+// One mesh per group with every vertex in world coordinates (World identity),
+// in group order: the form the planner takes, since each group must be a
+// single mesh. Single-part groups still get a world-space copy.
+std::vector<kx::kxPointer<kx::kxTriMesh>> mergeGroups(const Assembly& assembly);
+
+// Axis-aligned bounds of all parts in world coordinates.
+void assemblyBounds(const Assembly& assembly, Wm4::Vector3<float>& lo, Wm4::Vector3<float>& hi);
+
+}  // namespace velmora

@@ -1,0 +1,28 @@
+// Reading assemblies from files. Anything Assimp reads well is accepted (STL,
+// OBJ, PLY, glTF/GLB, 3MF, COLLADA, …); a directory is read as one assembly
+// with one file per part, in file-name order. Every mesh keeps its node's
+// world transform and a unique name. Problems with the input are reported as
+// InputError naming the file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "velmora/Assembly.h"
+
+namespace velmora {
+
+struct ImportOptions {
+    GroupBy groupBy = GroupBy::Mesh;
+};
+
+// Reads every input (files or directories) into one assembly and forms its
+// groups. Throws InputError when an input is missing, unreadable, of an
+// unsupported format, truncated, holds non-finite coordinates, or when no
+// usable triangle is left at all.
+Assembly importAssembly(const std::vector<std::string>& inputs, const ImportOptions& options = {});
+
+// True for file names whose extension the importer reads.
+bool isSupportedMeshFile(const std::string& path);
+
+}  // namespace velmora

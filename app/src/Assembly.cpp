@@ -1,0 +1,141 @@
+#include "velmora/Assembly.h"
+
+#include <algorithm>
+#include <map>
+
+namespace velmora {
+
+GroupBy parseGroupBy(const std::string& text)
+{
+    if (text == "mesh")
+        return GroupBy::Mesh;
+    if (text == "node")
+        return GroupBy::Node;
+    if (text == "file")
+        return GroupBy::File;
+    throw InputError("unknown grouping '" + text + "' (expected mesh, node or file)");
+}
+
+const char* toString(GroupBy mode)
+{
+    switch (mode) {
+    case GroupBy::Mesh:
+        return "mesh";
+    case GroupBy::Node:
+        return "node";
+    case GroupBy::File:
+        return "file";
+    }
+    return "mesh";
+}
+
+size_t Assembly::triangleCount() const
+{
+    size_t total = 0;
+    for (const Part& part : parts)
+        total += static_cast<size_t>(part.mesh->GetTriangleQuantity());
+    return total;
+}
+
+namespace {
+
+std::string groupKey(const Part& part, GroupBy mode)
+{
+    switch (mode) {
+    case GroupBy::Mesh:
+        return part.name;
+    case GroupBy::Node:
+        return part.node.empty() ? part.name : part.file + "\n" + part.node;
+    case GroupBy::File:
+        return part.file;
+    }
+    return part.name;
+}
+
+std::string groupName(const Part& part, GroupBy mode)
+{
+    if (mode == GroupBy::Node && !part.node.empty())
+        return part.node;
+    if (mode == GroupBy::File)
+        return part.file;
+    return part.name;
+}
+
+}  // namespace
+
+void assignGroups(Assembly& assembly, GroupBy mode)
+{
+    assembly.groups.clear();
+    std::map<std::string, unsigned> groupOfKey;
+    for (unsigned p = 0; p < assembly.parts.size(); ++p) {
+        const Part& part = assembly.parts[p];
+        auto [it, fresh] = groupOfKey.emplace(groupKey(part, mode), static_cast<unsigned>(assembly.groups.size()));
+        if (fresh)
+            assembly.groups.push_back({groupName(part, mode), {}});
+        assembly.groups[it->second].parts.push_back(p);
+    }
+    // A group of one part is known by the part's own name.
+    for (Group& group : assembly.groups) {
+        if (group.parts.size() == 1)
+            group.name = assembly.parts[group.parts[0]].name;
+    }
+}
+
+std::vector<kx::kxPointer<kx::kxTriMesh>> mergeGroups(const Assembly& assembly)
+{
+    std::vector<kx::kxPointer<kx::kxTriMesh>> merged;
+    for (const Group& group : assembly.groups) {
+        int vertexCount = 0, indexCount = 0;
+        for (unsigned p : group.parts) {
+            vertexCount += assembly.parts[p].mesh->GetVertexBuffer()->GetVertexQuantity();
+            indexCount += 3 * assembly.parts[p].mesh->GetTriangleQuantity();
+        }
+        kx::kxAttributes attr;
+        attr.SetPositionChannels(3);
+        attr.SetNormalChannels(3);
+        kx::kxPointer<kx::kxVertexBuffer> vb = new kx::kxVertexBuffer(attr, vertexCount);
+        kx::kxPointer<kx::kxIndexBuffer> ib = new kx::kxIndexBuffer(indexCount, 1);
+        int vertexBase = 0, indexBase = 0;
+        for (unsigned p : group.parts) {
+            const kx::kxTriMesh& mesh = *assembly.parts[p].mesh;
+            const kx::kxVertexBuffer& src = *mesh.GetVertexBuffer();
+            const bool hasNormals = src.GetAttributes().HasNormal();
+            for (int v = 0; v < src.GetVertexQuantity(); ++v) {
+                vb->Position3(vertexBase + v) = mesh.World.ApplyForward(src.Position3(v));
+                if (hasNormals) {
+                    Wm4::Vector3<float> n = mesh.World.ApplyForwardVector(src.Normal3(v));
+                    n.Normalize();
+                    vb->Normal3(vertexBase + v) = n;
+                }
+            }
+            const unsigned* indices = mesh.GetIndexBuffer()->GetData();
+            for (int k = 0; k < 3 * mesh.GetTriangleQuantity(); ++k)
+                ib->GetData()[indexBase + k] = indices[k] + static_cast<unsigned>(vertexBase);
+            vertexBase += src.GetVertexQuantity();
+            indexBase += 3 * mesh.GetTriangleQuantity();
+        }
+        kx::kxPointer<kx::kxTriMesh> mesh = new kx::kxTriMesh(vb, ib);
+        mesh->SetName(group.name);
+        merged.push_back(mesh);
+    }
+    return merged;
+}
+
+void assemblyBounds(const Assembly& assembly, Wm4::Vector3<float>& lo, Wm4::Vector3<float>& hi)
+{
+    const float big = Wm4::Math<float>::MAX_REAL;
+    lo = {big, big, big};
+    hi = {-big, -big, -big};
+    for (const Part& part : assembly.parts) {
+        const kx::kxVertexBuffer& vb = *part.mesh->GetVertexBuffer();
+        for (int v = 0; v < vb.GetVertexQuantity(); ++v) {
+            const Wm4::Vector3<float> p = part.mesh->World.ApplyForward(vb.Position3(v));
+            for (int i = 0; i < 3; ++i) {
+                lo[i] = std::min(lo[i], p[i]);
+                hi[i] = std::max(hi[i], p[i]);
+            }
+        }
+    }
+}
+
+}  // namespace velmora

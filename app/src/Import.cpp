@@ -1,0 +1,258 @@
+#include "velmora/Import.h"
+
+#include "SourceFile.h"
+
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <algorithm>
+#include <assimp/Importer.hpp>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <set>
+
+namespace velmora {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isFinite(const Wm4::Vector3<float>& v) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
+
+bool isDegenerate(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b, const Wm4::Vector3<float>& c)
+{
+    return (b - a).Cross(c - a).SquaredLength() == 0.0f;
+}
+
+// The mesh of a part: non-degenerate triangles only; null when none is left.
+kx::kxPointer<kx::kxTriMesh> buildMesh(const SourceMesh& src, const std::string& file)
+{
+    for (const Wm4::Vector3<float>& p : src.positions) {
+        if (!isFinite(p))
+            throw InputError(file + ": non-finite vertex coordinate");
+    }
+    std::vector<unsigned> kept;
+    kept.reserve(src.indices.size());
+    for (size_t t = 0; t + 2 < src.indices.size(); t += 3) {
+        const unsigned* i = &src.indices[t];
+        if (i[0] >= src.positions.size() || i[1] >= src.positions.size() || i[2] >= src.positions.size())
+            throw InputError(file + ": a triangle refers to a vertex that does not exist");
+        if (!isDegenerate(src.positions[i[0]], src.positions[i[1]], src.positions[i[2]]))
+            kept.insert(kept.end(), i, i + 3);
+    }
+    if (kept.empty())
+        return nullptr;
+    kx::kxAttributes attr;
+    attr.SetPositionChannels(3);
+    attr.SetNormalChannels(3);
+    kx::kxPointer<kx::kxVertexBuffer> vb = new kx::kxVertexBuffer(attr, static_cast<int>(src.positions.size()));
+    std::copy(src.positions.begin(), src.positions.end(), &vb->Position3(0));
+    kx::kxPointer<kx::kxIndexBuffer> ib = new kx::kxIndexBuffer(static_cast<int>(kept.size()), 1);
+    std::copy(kept.begin(), kept.end(), ib->GetData());
+    return new kx::kxTriMesh(vb, ib);
+}
+
+// ---- Assimp: every format it reads well except glTF ----
+
+kx::kxGenericTransformation<float> toTransformation(const aiMatrix4x4& m)
+{
+    return {Wm4::Matrix3<float>(m.a1, m.a2, m.a3, m.b1, m.b2, m.b3, m.c1, m.c2, m.c3), {m.a4, m.b4, m.c4}};
+}
+
+std::string assimpNodePath(const aiNode& node, const aiScene& scene)
+{
+    if (&node == scene.mRootNode)
+        return "";
+    std::string path = node.mName.C_Str();
+    for (const aiNode* p = node.mParent; p != nullptr && p != scene.mRootNode; p = p->mParent)
+        path = std::string(p->mName.C_Str()) + "/" + path;
+    return path;
+}
+
+void collectAssimpInstances(const aiScene& scene, const aiNode& node, const aiMatrix4x4& parent, SourceFile& out)
+{
+    const aiMatrix4x4 world = parent * node.mTransformation;
+    const bool isRoot = &node == scene.mRootNode;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+        const unsigned mesh = node.mMeshes[k];
+        out.instances.push_back({isRoot ? "" : node.mName.C_Str(), assimpNodePath(node, scene),
+                                 scene.mMeshes[mesh]->mName.C_Str(), node.mNumMeshes == 1, int(mesh),
+                                 toTransformation(world)});
+    }
+    for (unsigned c = 0; c < node.mNumChildren; ++c)
+        collectAssimpInstances(scene, *node.mChildren[c], world, out);
+}
+
+SourceFile readWithAssimp(const std::string& file)
+{
+    Assimp::Importer importer;
+    importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
+    const aiScene* scene = importer.ReadFile(
+        file, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_JoinIdenticalVertices |
+                  aiProcess_ValidateDataStructure);
+    if (scene == nullptr || (scene->mFlags & AI_SCENE_FLAGS_INCOMPLETE) || scene->mRootNode == nullptr) {
+        const std::string why = importer.GetErrorString();
+        throw InputError(file + ": cannot read: " + (why.empty() ? "no mesh data" : why));
+    }
+    SourceFile out;
+    for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
+        const aiMesh& src = *scene->mMeshes[m];
+        SourceMesh mesh;
+        for (unsigned v = 0; v < src.mNumVertices; ++v)
+            mesh.positions.emplace_back(src.mVertices[v].x, src.mVertices[v].y, src.mVertices[v].z);
+        for (unsigned f = 0; f < src.mNumFaces; ++f) {
+            if (src.mFaces[f].mNumIndices == 3)
+                mesh.indices.insert(mesh.indices.end(), src.mFaces[f].mIndices, src.mFaces[f].mIndices + 3);
+        }
+        out.meshes.push_back(std::move(mesh));
+    }
+    collectAssimpInstances(*scene, *scene->mRootNode, aiMatrix4x4(), out);
+    return out;
+}
+
+// ---- parts from any loader ----
+
+std::string lowerExtension(const std::string& path)
+{
+    std::string ext = fs::path(path).extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+    return ext;
+}
+
+// A readable label for one mesh instance of a file with several.
+std::string instanceLabel(const SourceInstance& instance, unsigned ordinal)
+{
+    if (instance.nodeHasOneMesh && !instance.node.empty())
+        return instance.node;
+    if (!instance.mesh.empty())
+        return instance.node.empty() ? instance.mesh : instance.node + ":" + instance.mesh;
+    return "mesh" + std::to_string(ordinal);
+}
+
+class FileReader {
+public:
+    FileReader(Assembly& assembly, bool prefixWithFile) : mAssembly(assembly), mPrefixWithFile(prefixWithFile) {}
+
+    void read(const fs::path& path)
+    {
+        const std::string file = path.string();
+        std::error_code ec;
+        if (!fs::exists(path, ec))
+            throw InputError(file + ": no such file");
+        if (fs::file_size(path, ec) == 0)
+            throw InputError(file + ": the file is empty");
+        if (!isSupportedMeshFile(file))
+            throw InputError(file + ": unsupported format '" + path.extension().string() + "'");
+        const std::string ext = lowerExtension(file);
+        const SourceFile source = ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb") : readWithAssimp(file);
+        addParts(source, file, path.stem().string());
+    }
+
+private:
+    void addParts(const SourceFile& source, const std::string& file, const std::string& stem)
+    {
+        std::vector<kx::kxPointer<kx::kxTriMesh>> geometry;
+        for (const SourceMesh& mesh : source.meshes)
+            geometry.push_back(buildMesh(mesh, file));
+        unsigned kept = 0;
+        for (unsigned k = 0; k < source.instances.size(); ++k) {
+            const SourceInstance& instance = source.instances[k];
+            const kx::kxTriMesh* mesh = geometry.at(size_t(instance.meshIndex));
+            std::string label = source.instances.size() == 1 ? stem : instanceLabel(instance, k);
+            if (mesh == nullptr) {
+                mAssembly.warnings.push_back(file + ": mesh '" + label + "' has no usable triangle; skipped");
+                continue;
+            }
+            if (mPrefixWithFile && source.instances.size() > 1)
+                label = stem + "/" + label;
+            // Instances of one mesh share its buffers but have their own placement.
+            kx::kxPointer<kx::kxTriMesh> part = new kx::kxTriMesh(mesh->GetVertexBuffer(), mesh->GetIndexBuffer());
+            part->World = instance.world;
+            part->editLocalTransform(false) = instance.world;
+            checkPlacement(*part, file, label);
+            part->SetName(uniqueName(label));
+            mAssembly.parts.push_back({part->GetName(), file, instance.nodePath, part});
+            ++kept;
+        }
+        if (kept == 0)
+            throw InputError(file + ": no triangles");
+    }
+
+    static void checkPlacement(const kx::kxTriMesh& mesh, const std::string& file, const std::string& label)
+    {
+        const kx::kxVertexBuffer& vb = *mesh.GetVertexBuffer();
+        for (int v = 0; v < vb.GetVertexQuantity(); ++v) {
+            if (!isFinite(mesh.World.ApplyForward(vb.Position3(v))))
+                throw InputError(file + ": non-finite coordinate after placing mesh '" + label + "'");
+        }
+    }
+
+    std::string uniqueName(const std::string& wanted)
+    {
+        const std::string base = wanted.empty() ? "part" : wanted;
+        std::string name = base;
+        for (unsigned k = 2; mNames.count(name); ++k)
+            name = base + "#" + std::to_string(k);
+        mNames.insert(name);
+        return name;
+    }
+
+    Assembly& mAssembly;
+    bool mPrefixWithFile;
+    std::set<std::string> mNames;
+};
+
+std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs)
+{
+    std::vector<fs::path> files;
+    for (const std::string& input : inputs) {
+        std::error_code ec;
+        if (!fs::is_directory(input, ec)) {
+            files.emplace_back(input);
+            continue;
+        }
+        std::vector<fs::path> inDirectory;
+        for (const fs::directory_entry& entry : fs::directory_iterator(input, ec)) {
+            if (entry.is_regular_file(ec) && isSupportedMeshFile(entry.path().string()))
+                inDirectory.push_back(entry.path());
+        }
+        if (ec)
+            throw InputError(input + ": cannot list the directory: " + ec.message());
+        if (inDirectory.empty())
+            throw InputError(input + ": the directory holds no mesh file");
+        std::sort(inDirectory.begin(), inDirectory.end());
+        files.insert(files.end(), inDirectory.begin(), inDirectory.end());
+    }
+    return files;
+}
+
+}  // namespace
+
+bool isSupportedMeshFile(const std::string& path)
+{
+    const std::string ext = lowerExtension(path);
+    if (ext.empty())
+        return false;
+    if (ext == ".gltf" || ext == ".glb")
+        return true;
+    Assimp::Importer importer;
+    return importer.IsExtensionSupported(ext);
+}
+
+Assembly importAssembly(const std::vector<std::string>& inputs, const ImportOptions& options)
+{
+    if (inputs.empty())
+        throw InputError("no input given");
+    Assembly assembly;
+    const std::vector<fs::path> files = expandInputs(inputs);
+    FileReader reader(assembly, files.size() > 1);
+    for (const fs::path& file : files)
+        reader.read(file);
+    if (assembly.parts.empty())
+        throw InputError("no usable triangle in the input");
+    assignGroups(assembly, options.groupBy);
+    return assembly;
+}
+
+}  // namespace velmora

@@ -1,0 +1,37 @@
+// What a file loader hands the importer: the meshes of one file and where
+// they are placed. Internal to the app layer.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "kxSceneGraph.h"
+
+namespace velmora {
+
+// One placement of a mesh of a file, as a loader reports it.
+struct SourceInstance {
+    std::string node;      // the placing node's name ("" when the file has no nodes)
+    std::string nodePath;  // '/'-separated names below the root
+    std::string mesh;      // the mesh's name
+    bool nodeHasOneMesh = true;
+    int meshIndex = 0;     // instances of one mesh index share their geometry
+    kx::kxGenericTransformation<float> world;
+};
+
+// Geometry of one mesh of a file: positions and triangle corner indices.
+struct SourceMesh {
+    std::vector<Wm4::Vector3<float>> positions;
+    std::vector<unsigned> indices;
+};
+
+struct SourceFile {
+    std::vector<SourceMesh> meshes;
+    std::vector<SourceInstance> instances;
+};
+
+// Reads a glTF 2.0 file (.gltf with external or embedded buffers, or binary
+// .glb). Throws InputError naming the file on anything it cannot read.
+SourceFile readGltf(const std::string& file, bool binary);
+
+}  // namespace velmora

@@ -1,0 +1,199 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "TestMeshes.h"
+#include "velmora/Import.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class ImportTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        dir = fs::temp_directory_path() /
+              ("velmora-import-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    std::string write(const std::string& name, const std::string& text)
+    {
+        const fs::path path = dir / name;
+        std::ofstream(path, std::ios::binary) << text;
+        return path.string();
+    }
+
+    fs::path dir;
+};
+
+// A unit cube as an ASCII STL solid, shifted by `dx` along x.
+std::string asciiCube(const std::string& solid, float dx)
+{
+    static const float corner[8][3] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0},
+                                       {0, 0, 1}, {1, 0, 1}, {0, 1, 1}, {1, 1, 1}};
+    static const int tris[12][3] = {{0, 2, 3}, {0, 3, 1}, {4, 5, 7}, {4, 7, 6}, {0, 1, 5}, {0, 5, 4},
+                                    {2, 6, 7}, {2, 7, 3}, {0, 4, 6}, {0, 6, 2}, {1, 3, 7}, {1, 7, 5}};
+    std::string s = "solid " + solid + "\n";
+    for (const auto& t : tris) {
+        s += " facet normal 0 0 0\n  outer loop\n";
+        for (int k : t) {
+            s += "   vertex " + std::to_string(corner[k][0] + dx) + " " + std::to_string(corner[k][1]) + " " +
+                 std::to_string(corner[k][2]) + "\n";
+        }
+        s += "  endloop\n endfacet\n";
+    }
+    return s + "endsolid " + solid + "\n";
+}
+
+std::string binaryStl(const std::vector<std::array<float, 9>>& triangles)
+{
+    std::string s(80, ' ');
+    const uint32_t count = static_cast<uint32_t>(triangles.size());
+    s.append(reinterpret_cast<const char*>(&count), 4);
+    for (const auto& t : triangles) {
+        const float normal[3] = {0, 0, 0};
+        s.append(reinterpret_cast<const char*>(normal), 12);
+        s.append(reinterpret_cast<const char*>(t.data()), 36);
+        s.append(2, '\0');
+    }
+    return s;
+}
+
+TEST_F(ImportTest, StlAsciiAndBinaryAsOneAssemblyWithFileNames)
+{
+    const std::string a = write("a_cube.stl", asciiCube("cube", 0));
+    const std::string b = write("b_tri.stl", binaryStl({{0, 0, 2, 1, 0, 2, 0, 1, 2}, {0, 0, 3, 1, 0, 3, 0, 1, 3}}));
+    velmora::Assembly assembly = velmora::importAssembly({a, b});
+    ASSERT_EQ(assembly.parts.size(), 2u);
+    EXPECT_EQ(assembly.parts[0].name, "a_cube");
+    EXPECT_EQ(assembly.parts[1].name, "b_tri");
+    EXPECT_EQ(assembly.parts[0].mesh->GetTriangleQuantity(), 12);
+    EXPECT_EQ(assembly.parts[0].mesh->GetVertexBuffer()->GetVertexQuantity(), 8) << "shared corners are joined";
+    EXPECT_EQ(assembly.parts[1].mesh->GetTriangleQuantity(), 2);
+    EXPECT_EQ(assembly.groups.size(), 2u);
+    EXPECT_EQ(assembly.triangleCount(), 14u);
+
+    // The same files as a directory, read in file-name order.
+    velmora::Assembly fromDir = velmora::importAssembly({dir.string()});
+    ASSERT_EQ(fromDir.parts.size(), 2u);
+    EXPECT_EQ(fromDir.parts[0].name, "a_cube");
+}
+
+TEST_F(ImportTest, ObjObjectsAndGroupingModes)
+{
+    std::string obj = "o left\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 2 3\nf 1 2 4\nf 1 3 4\nf 2 3 4\n"
+                      "o right\nv 2 0 0\nv 3 0 0\nv 2 1 0\nv 2 0 1\nf 5 6 7\nf 5 6 8\nf 5 7 8\nf 6 7 8\n";
+    const std::string file = write("pair.obj", obj);
+    velmora::Assembly byMesh = velmora::importAssembly({file}, {velmora::GroupBy::Mesh});
+    ASSERT_EQ(byMesh.parts.size(), 2u);
+    EXPECT_EQ(byMesh.groups.size(), 2u);
+    EXPECT_NE(byMesh.parts[0].name, byMesh.parts[1].name);
+    EXPECT_EQ(byMesh.groups[1].parts, std::vector<unsigned>{1});
+
+    velmora::Assembly byFile = velmora::importAssembly({file}, {velmora::GroupBy::File});
+    ASSERT_EQ(byFile.groups.size(), 1u);
+    EXPECT_EQ(byFile.groups[0].parts, (std::vector<unsigned>{0, 1}));
+
+    // Merging puts every group into one world-space mesh.
+    auto merged = velmora::mergeGroups(byFile);
+    ASSERT_EQ(merged.size(), 1u);
+    EXPECT_EQ(merged[0]->GetTriangleQuantity(), 8);
+    EXPECT_EQ(merged[0]->GetVertexBuffer()->GetVertexQuantity(), 8);
+    EXPECT_TRUE(merged[0]->World.IsIdentity());
+
+    EXPECT_EQ(velmora::parseGroupBy("node"), velmora::GroupBy::Node);
+    EXPECT_THROW(velmora::parseGroupBy("part"), velmora::InputError);
+}
+
+// A minimal glTF with one mesh placed twice by two translated nodes.
+TEST_F(ImportTest, GltfInstancesKeepTheirNodeTransforms)
+{
+    const float positions[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+    std::string buffer(reinterpret_cast<const char*>(positions), sizeof(positions));
+    write("tri.bin", buffer);
+    const std::string gltf = R"({
+      "asset": {"version": "2.0"},
+      "scene": 0,
+      "scenes": [{"nodes": [0, 1]}],
+      "nodes": [{"name": "near", "mesh": 0, "translation": [0, 0, 5]},
+                {"name": "far", "mesh": 0, "translation": [10, 0, 0]}],
+      "meshes": [{"name": "tri", "primitives": [{"attributes": {"POSITION": 0}}]}],
+      "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
+                     "min": [0, 0, 0], "max": [1, 1, 0]}],
+      "bufferViews": [{"buffer": 0, "byteLength": 36}],
+      "buffers": [{"uri": "tri.bin", "byteLength": 36}]
+    })";
+    const std::string file = write("two.gltf", gltf);
+    velmora::Assembly assembly = velmora::importAssembly({file}, {velmora::GroupBy::Node});
+    ASSERT_EQ(assembly.parts.size(), 2u);
+    EXPECT_EQ(assembly.parts[0].name, "near");
+    EXPECT_EQ(assembly.parts[1].name, "far");
+    EXPECT_EQ(assembly.parts[0].mesh->GetVertexBuffer(), assembly.parts[1].mesh->GetVertexBuffer());
+    EXPECT_FLOAT_EQ(assembly.parts[0].mesh->World.GetTranslate().Z(), 5.0f);
+    EXPECT_FLOAT_EQ(assembly.parts[1].mesh->World.GetTranslate().X(), 10.0f);
+    Wm4::Vector3<float> lo, hi;
+    velmora::assemblyBounds(assembly, lo, hi);
+    EXPECT_EQ(lo, Wm4::Vector3<float>(0, 0, 0));
+    EXPECT_EQ(hi, Wm4::Vector3<float>(11, 1, 5));
+    EXPECT_EQ(assembly.groups.size(), 2u);
+}
+
+TEST_F(ImportTest, BadInputsAreClearErrorsNamingTheFile)
+{
+    struct Case {
+        std::string file;
+        std::string expected;
+    };
+    std::string cube = asciiCube("cube", 0);
+    const std::string bin = binaryStl({{0, 0, 0, 1, 0, 0, 0, 1, 0}});
+    const std::vector<Case> cases = {
+        {(dir / "missing.stl").string(), "no such file"},
+        {write("empty.stl", ""), "empty"},
+        {write("notes.txt", "hello"), "unsupported format"},
+        {write("truncated.stl", bin.substr(0, bin.size() - 20)), "cannot read"},
+        {write("flat.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0\nf 1 2 3\n"), "no triangles"},
+        {write("nan.obj", "v 0 0 0\nv nan 0 0\nv 0 1 0\nf 1 2 3\n"), "non-finite"},
+        {write("garbage.glb", std::string(64, 'x')), "cannot read"},
+    };
+    for (const Case& c : cases) {
+        try {
+            velmora::importAssembly({c.file});
+            ADD_FAILURE() << c.file << " was accepted";
+        } catch (const velmora::InputError& e) {
+            EXPECT_NE(std::string(e.what()).find(c.expected), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find(fs::path(c.file).filename().string()), std::string::npos)
+                << e.what();
+        }
+    }
+    fs::create_directories(dir / "nothing");
+    EXPECT_THROW(velmora::importAssembly({(dir / "nothing").string()}), velmora::InputError);
+    EXPECT_THROW(velmora::importAssembly({}), velmora::InputError);
+}
+
+TEST(ImportCorpus, EveryCorpusAssemblyImports)
+{
+    const std::string corpus = velmora_test::corpusDir();
+    if (corpus.empty())
+        GTEST_SKIP() << "the shared corpus is not beside this checkout";
+    struct Expected {
+        const char* input;
+        size_t parts;
+    };
+    for (const Expected& e : {Expected{"beam_assembly", 5}, Expected{"rod_linkage", 29}, Expected{"pins.glb", 7},
+                              Expected{"fm1_satellite", 62}}) {
+        velmora::Assembly assembly = velmora::importAssembly({corpus + "/" + e.input});
+        EXPECT_EQ(assembly.parts.size(), e.parts) << e.input;
+        EXPECT_EQ(assembly.groups.size(), e.parts) << e.input;
+        for (const velmora::Part& part : assembly.parts)
+            EXPECT_GT(part.mesh->GetTriangleQuantity(), 0) << part.name;
+    }
+}
+
+}  // namespace
