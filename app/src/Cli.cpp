@@ -1,81 +1,127 @@
 #include "velmora/Cli.h"
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 #include <ostream>
 
 #include "VelmoraVersion.h"
 #include "kxSystem.h"
+#include "velmora/DemoAssemblies.h"
 #include "velmora/Import.h"
 #include "velmora/OutputFile.h"
+#include "velmora/Report.h"
+#include "velmora/TerminalProgress.h"
 
 namespace velmora {
 namespace {
 
-using json = nlohmann::ordered_json;
-
-json vectorJson(const Wm4::Vector3<float>& v) { return json::array({v[0], v[1], v[2]}); }
-
-// Options shared by every command that reads an assembly.
-struct InputOptions {
-    std::vector<std::string> inputs;
-    std::string groupBy = "mesh";
+// Options of the commands that plan an assembly.
+struct PlanFlags {
     std::string output = "-";
+    unsigned threads = 0;
+    float angleTolerance = 5.0f;
+    bool verbose = false;
 };
 
-void addInputOptions(CLI::App& command, InputOptions& options)
+struct InputFlags {
+    std::vector<std::string> inputs;
+    std::string groupBy = "mesh";
+};
+
+void addInputFlags(CLI::App& command, InputFlags& flags)
 {
-    command.add_option("inputs", options.inputs, "Mesh files or directories (one part per file)")
+    command.add_option("inputs", flags.inputs, "Mesh files or directories (a directory is one part per file)")
         ->required()
         ->type_name("INPUT");
-    command.add_option("--group-by", options.groupBy, "Parts that move as one: mesh, node or file")
+    command.add_option("--group-by", flags.groupBy, "Parts that move as one: mesh, node or file")
         ->check(CLI::IsMember({"mesh", "node", "file"}))
         ->capture_default_str();
-    command.add_option("-o,--output", options.output, "Report file, or - for standard output")->capture_default_str();
 }
 
-json assemblyJson(const Assembly& assembly)
+void addOutputFlag(CLI::App& command, std::string& output)
 {
-    json parts = json::array();
-    std::vector<unsigned> groupOfPart(assembly.parts.size());
-    for (unsigned g = 0; g < assembly.groups.size(); ++g)
-        for (unsigned p : assembly.groups[g].parts)
-            groupOfPart[p] = g;
-    for (unsigned p = 0; p < assembly.parts.size(); ++p) {
-        const Part& part = assembly.parts[p];
-        parts.push_back({{"name", part.name},
-                         {"file", part.file},
-                         {"node", part.node},
-                         {"group", groupOfPart[p]},
-                         {"triangles", part.mesh->GetTriangleQuantity()},
-                         {"vertices", part.mesh->GetVertexBuffer()->GetVertexQuantity()}});
-    }
-    json groups = json::array();
-    for (const Group& group : assembly.groups)
-        groups.push_back({{"name", group.name}, {"parts", group.parts}});
-    Wm4::Vector3<float> lo, hi;
-    assemblyBounds(assembly, lo, hi);
-    return {{"parts", parts},
-            {"groups", groups},
-            {"triangles", assembly.triangleCount()},
-            {"bounds", {{"min", vectorJson(lo)}, {"max", vectorJson(hi)}}},
-            {"warnings", assembly.warnings}};
+    command.add_option("-o,--output", output, "Report file, or - for standard output")->capture_default_str();
 }
 
-int runInfo(const InputOptions& options, std::ostream& out, std::ostream& err)
+void addPlanFlags(CLI::App& command, PlanFlags& flags)
 {
-    OutputFile output(options.output, out);
-    kx::kxTimer timer;
-    Assembly assembly = importAssembly(options.inputs, {parseGroupBy(options.groupBy)});
+    addOutputFlag(command, flags.output);
+    command.add_option("--threads", flags.threads, "Worker threads (0: one per hardware thread)")
+        ->check(CLI::Range(0u, 256u))
+        ->capture_default_str();
+    command.add_option("--angle-tolerance", flags.angleTolerance, "Degrees under which removal directions merge")
+        ->check(CLI::Range(0.001f, 89.999f))
+        ->capture_default_str();
+    command.add_flag("-v,--verbose", flags.verbose, "Show the library's progress lines on standard error");
+}
+
+Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
+{
+    Assembly assembly = importAssembly(flags.inputs, {parseGroupBy(flags.groupBy)});
     for (const std::string& warning : assembly.warnings)
         err << "velmora: warning: " << warning << "\n";
-    json report = {{"velmora", Velmora::Version::GetDescStringMajorMinorReleaseRevision(false)},
-                   {"inputs", options.inputs},
-                   {"groupBy", options.groupBy}};
-    report.update(assemblyJson(assembly));
+    return assembly;
+}
+
+int writeReport(const Json& report, const std::string& output, std::ostream& out)
+{
+    OutputFile file(output, out);
+    file.stream() << report.dump(2) << "\n";
+    file.commit();
+    return kExitOk;
+}
+
+int runInfo(const InputFlags& inputs, const std::string& output, std::ostream& out, std::ostream& err)
+{
+    kx::kxTimer timer;
+    Json report = assemblyReport(importWithWarnings(inputs, err));
     report["timings"] = {{"importMs", timer.getElapsedMs()}};
-    output.stream() << report.dump(2) << "\n";
-    output.commit();
+    return writeReport(report, output, out);
+}
+
+// Plans `assembly` with the library's own output lines sent to standard
+// error and a progress bar when standard error is a terminal.
+Json planReport(const Assembly& assembly, const PlanFlags& flags, double importMs, std::ostream& err)
+{
+    TerminalProgress progress(err, TerminalProgress::stderrIsTerminal());
+    progress.setStage("contacts");
+    std::unique_ptr<Plan> plan;
+    {
+        StdoutToStderr quiet;
+        plan = planAssembly(assembly, {flags.threads, flags.angleTolerance, &progress, flags.verbose});
+    }
+    progress.finish();
+    Json report = contactsReport(*plan);
+    report["timings"]["importMs"] = importMs;
+    report["timings"]["totalMs"] = report["timings"]["totalMs"].get<double>() + importMs;
+    return report;
+}
+
+int runContacts(const InputFlags& inputs, const PlanFlags& flags, std::ostream& out, std::ostream& err)
+{
+    OutputFile file(flags.output, out);  // fail on an unwritable output before the work
+    kx::kxTimer timer;
+    const Assembly assembly = importWithWarnings(inputs, err);
+    Json report = {{"inputs", inputs.inputs}, {"groupBy", inputs.groupBy}};
+    report.update(planReport(assembly, flags, timer.getElapsedMs(), err));
+    file.stream() << report.dump(2) << "\n";
+    file.commit();
+    return kExitOk;
+}
+
+int runDemo(const std::string& name, bool list, const PlanFlags& flags, std::ostream& out, std::ostream& err)
+{
+    if (list) {
+        for (const std::string& n : demoAssemblyNames())
+            out << n << "\n";
+        return kExitOk;
+    }
+    OutputFile file(flags.output, out);
+    kx::kxTimer timer;
+    const Assembly assembly = makeDemoAssembly(name);
+    Json report = {{"demo", name}};
+    report.update(planReport(assembly, flags, timer.getElapsedMs(), err));
+    file.stream() << report.dump(2) << "\n";
+    file.commit();
     return kExitOk;
 }
 
@@ -88,15 +134,36 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     app.set_version_flag("--version", std::string("velmora ") +
                                           Velmora::Version::GetDescStringMajorMinorReleaseRevisionDate());
     app.require_subcommand(1);
+    app.footer("Exit status: 0 success, 2 bad usage, 3 bad input, 4 internal error.");
 
-    InputOptions infoOptions;
+    InputFlags infoInputs;
+    std::string infoOutput = "-";
     CLI::App* info = app.add_subcommand("info", "Import an assembly and report its parts, groups and bounds");
-    addInputOptions(*info, infoOptions);
+    addInputFlags(*info, infoInputs);
+    addOutputFlag(*info, infoOutput);
+
+    InputFlags contactInputs;
+    PlanFlags contactFlags;
+    CLI::App* contacts =
+        app.add_subcommand("contacts", "Report the contacts between parts, their removal directions and the direction set");
+    addInputFlags(*contacts, contactInputs);
+    addPlanFlags(*contacts, contactFlags);
+
+    std::string demoName = "stack";
+    bool demoList = false;
+    PlanFlags demoFlags;
+    CLI::App* demo = app.add_subcommand("demo", "Run the contacts report on a built-in sample assembly");
+    demo->add_option("name", demoName, "Sample assembly (see --list)")->capture_default_str();
+    demo->add_flag("--list", demoList, "List the sample assemblies");
+    addPlanFlags(*demo, demoFlags);
 
     try {
         app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
+    } catch (const CLI::CallForHelp&) {
         out << app.help();
+        return kExitOk;
+    } catch (const CLI::CallForAllHelp&) {
+        out << app.help("", CLI::AppFormatMode::All);
         return kExitOk;
     } catch (const CLI::CallForVersion& e) {
         out << e.what() << "\n";
@@ -108,7 +175,11 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
 
     try {
         if (info->parsed())
-            return runInfo(infoOptions, out, err);
+            return runInfo(infoInputs, infoOutput, out, err);
+        if (contacts->parsed())
+            return runContacts(contactInputs, contactFlags, out, err);
+        if (demo->parsed())
+            return runDemo(demoName, demoList, demoFlags, out, err);
     } catch (const InputError& e) {
         err << "velmora: error: " << e.what() << "\n";
         return kExitInput;
