@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 
 #include "velmora/Cli.h"
@@ -95,6 +96,64 @@ TEST_F(CliTest, BadInputFailsWithoutLeavingAnOutputFile)
     for (const auto& entry : fs::directory_iterator(dir))
         leftovers += entry.path().string().find(".partial-") != std::string::npos;
     EXPECT_EQ(leftovers, 0u);
+}
+
+}  // namespace
+
+namespace {
+
+// The contacts of a demo report as "first-second" name pairs.
+std::set<std::string> contactPairs(const nlohmann::json& report)
+{
+    std::set<std::string> pairs;
+    for (const auto& c : report["contacts"])
+        pairs.insert(c["names"][0].get<std::string>() + "-" + c["names"][1].get<std::string>());
+    return pairs;
+}
+
+bool hasDirection(const nlohmann::json& contact, double x, double y, double z)
+{
+    for (const auto& d : contact["directions"]) {
+        if (d[0].get<double>() * x + d[1].get<double>() * y + d[2].get<double>() * z > 0.999)
+            return true;
+    }
+    return false;
+}
+
+TEST(CliDemo, DemoAssembliesGiveTheExpectedContacts)
+{
+    CliRun lid = run({"demo", "lid-on-box", "--threads", "2"});
+    ASSERT_EQ(lid.status, velmora::kExitOk) << lid.err;
+    const nlohmann::json lidReport = nlohmann::json::parse(lid.out);
+    ASSERT_EQ(lidReport["contacts"].size(), 1u);
+    EXPECT_TRUE(hasDirection(lidReport["contacts"][0], 0, 0, -1));
+    EXPECT_FALSE(hasDirection(lidReport["contacts"][0], 0, 0, 1));
+    EXPECT_EQ(lidReport["settings"]["threads"], 2);
+
+    CliRun peg = run({"demo", "peg-in-hole"});
+    ASSERT_EQ(peg.status, velmora::kExitOk) << peg.err;
+    const nlohmann::json pegReport = nlohmann::json::parse(peg.out);
+    EXPECT_EQ(contactPairs(pegReport), (std::set<std::string>{"plate-washer", "plate-peg", "washer-peg"}));
+    for (const auto& c : pegReport["contacts"]) {
+        if (c["names"][1] == "peg" && c["names"][0] == "plate") {
+            // The shaft slides along the hole's axis, both ways, and nowhere else.
+            EXPECT_EQ(c["directions"].size(), 2u);
+            EXPECT_TRUE(hasDirection(c, 0, 0, 1));
+            EXPECT_TRUE(hasDirection(c, 0, 0, -1));
+        }
+        if (c["names"][0] == "washer") {
+            // The peg's head holds the washer down.
+            EXPECT_EQ(c["directions"].size(), 1u);
+            EXPECT_TRUE(hasDirection(c, 0, 0, -1));
+        }
+    }
+
+    CliRun list = run({"demo", "--list"});
+    EXPECT_EQ(list.status, velmora::kExitOk);
+    EXPECT_NE(list.out.find("stack"), std::string::npos);
+    CliRun unknown = run({"demo", "teapot"});
+    EXPECT_EQ(unknown.status, velmora::kExitInput);
+    EXPECT_NE(unknown.err.find("known: lid-on-box"), std::string::npos);
 }
 
 }  // namespace
