@@ -168,6 +168,21 @@ std::string shippedPins()
 
 }  // namespace
 
+Assembly makeBrickWall(unsigned parts)
+{
+    constexpr unsigned kPerCourse = 10;
+    constexpr float kLength = 2.0f, kDepth = 1.0f, kHeight = 1.0f;
+    Assembly assembly;
+    for (unsigned k = 0; k < parts; ++k) {
+        const unsigned course = k / kPerCourse, slot = k % kPerCourse;
+        const float x = float(slot) * kLength + (course % 2 ? 0.5f * kLength : 0.0f);
+        const float z = float(course) * kHeight;
+        addPart(assembly, "brick-" + std::to_string(k), shapes::box({x, 0, z}, {x + kLength, kDepth, z + kHeight}));
+    }
+    assignGroups(assembly, GroupBy::Mesh);
+    return assembly;
+}
+
 std::vector<std::string> demoAssemblyNames() { return {"lid-on-box", "peg-in-hole", "stack", "pins"}; }
 
 Assembly makeDemoAssembly(const std::string& name)

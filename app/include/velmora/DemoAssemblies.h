@@ -18,6 +18,11 @@ std::vector<std::string> demoAssemblyNames();
 // an unknown name (listing the known ones).
 Assembly makeDemoAssembly(const std::string& name);
 
+// A synthetic assembly of `parts` bricks laid in courses of ten, each course
+// shifted by half a brick (a running-bond wall standing on the xy plane):
+// every brick touches its neighbours in the course and two bricks below.
+Assembly makeBrickWall(unsigned parts);
+
 // Mesh builders the demos are made of (outward-facing triangles).
 namespace shapes {
 // Axis-aligned box.
