@@ -23,11 +23,44 @@ double turn(const Vec2& o, const Vec2& a, const Vec2& b)
     return (a[0] - o[0]) * (b[1] - o[1]) - (a[1] - o[1]) * (b[0] - o[0]);
 }
 
+// Drops the points strictly inside the octagon of the extreme points along
+// eight directions 45 degrees apart (they cannot be hull vertices), so the
+// hull's sort sees only the points near the boundary. Contact samples cover
+// their patch densely, so most of them go.
+void dropPointsInsideExtremeOctagon(std::vector<Vec2>& points)
+{
+    static const double kDirections[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
+    Vec2 octagon[8];
+    for (int k = 0; k < 8; ++k) {
+        const auto along = [k](const Vec2& p) { return kDirections[k][0] * p[0] + kDirections[k][1] * p[1]; };
+        octagon[k] = *std::max_element(points.begin(), points.end(),
+                                       [&](const Vec2& a, const Vec2& b) { return along(a) < along(b); });
+    }
+    std::vector<Vec2> corners;
+    for (const Vec2& c : octagon) {
+        if (corners.empty() || c != corners.back())
+            corners.push_back(c);
+    }
+    while (corners.size() > 1 && corners.front() == corners.back())
+        corners.pop_back();
+    if (corners.size() < 3)
+        return;
+    const auto strictlyInside = [&](const Vec2& p) {
+        for (size_t i = 0; i < corners.size(); ++i) {
+            if (!(turn(corners[i], corners[(i + 1) % corners.size()], p) > 0.0))
+                return false;
+        }
+        return true;
+    };
+    points.erase(std::remove_if(points.begin(), points.end(), strictlyInside), points.end());
+}
+
 // Convex hull by the monotone chain, counter-clockwise; a point is dropped
 // while the turn it makes with the last two kept points is not strictly
-// convex. Sorts `points`.
+// convex. Reorders and may shrink `points`.
 std::vector<Vec2> convexHull(std::vector<Vec2>& points)
 {
+    dropPointsInsideExtremeOctagon(points);
     std::sort(points.begin(), points.end(),
               [](const Vec2& a, const Vec2& b) { return a[0] < b[0] || (a[0] == b[0] && a[1] < b[1]); });
     std::vector<Vec2> hull(2 * points.size());
@@ -136,6 +169,7 @@ Wm4::Vector3<float> kxMotionDetect::ComputeCircleBasedCentroid(const Wm4::Vector
     if (projected.empty())
         return Wm4::Vector3<float>(0.0f, 0.0f, 0.0f);
 
+    const double meanDepth = depthSum / double(projected.size());
     // Work in the bounding rectangle's frame: centred, larger extent 1.
     const Vec2 rectangleCentre = (low + high) * 0.5;
     const double scale = std::max(high[0] - low[0], high[1] - low[1]);
@@ -148,6 +182,6 @@ Wm4::Vector3<float> kxMotionDetect::ComputeCircleBasedCentroid(const Wm4::Vector
             quality = float(fitCircleToBoundary(hull, centre));
     }
     const Vec2 planeCentre = rectangleCentre + centre * scale;
-    const Vec3 lifted = u * planeCentre[0] + v * planeCentre[1] + d * (depthSum / double(projected.size()));
+    const Vec3 lifted = u * planeCentre[0] + v * planeCentre[1] + d * meanDepth;
     return Wm4::Vector3<float>(float(lifted[0]), float(lifted[1]), float(lifted[2]));
 }
