@@ -29,11 +29,8 @@ RTCDevice embreeDevice()
     return device;
 }
 
-void throwOnDeviceError(const char* what)
+[[noreturn]] void throwDeviceError(RTCError error, const char* what)
 {
-    const RTCError error = rtcGetDeviceError(embreeDevice());
-    if (error == RTC_ERROR_NONE)
-        return;
     if (error == RTC_ERROR_OUT_OF_MEMORY)
         throw std::bad_alloc();
     throw std::runtime_error(std::string("kxQBVH: ") + what + " failed with ray-tracing error " +
@@ -110,7 +107,11 @@ public:
             rtcReleaseGeometry(geometry);
         }
         rtcCommitScene(mScene);
-        throwOnDeviceError("building the ray tree");
+        const RTCError error = rtcGetDeviceError(device);
+        if (error != RTC_ERROR_NONE) {
+            rtcReleaseScene(mScene);
+            throwDeviceError(error, "building the ray tree");
+        }
     }
 
     ~kxQBVHScene() { rtcReleaseScene(mScene); }
@@ -146,7 +147,7 @@ private:
     // on both ends larger than the kernel's rounding; the filter then keeps
     // exactly the candidates whose recomputed parameter lies in range.
     void prepare(QueryContext& context, RTCRay& ray, const Vec3d& origin, const Vec3d& direction, double sMin,
-                 double sMax) const;
+                 double sMax, bool nearestHit) const;
 
     RTCScene mScene = nullptr;
     std::vector<Wm4::Vector3<float>> mPositions;
@@ -164,6 +165,11 @@ struct QueryContext {
     Vec3d direction;
     double sMin;
     double sMax;
+    double start;  // the kernel's ray parameter t is s − start
+    double slack;  // bound of the kernel's rounding of t
+    // During nearest-hit queries the kernel hands the filter the candidate's
+    // distance in the ray's tfar.
+    bool candidateDistanceInRay;
 };
 
 void keepHitsInRange(const RTCFilterFunctionNArguments* args)
@@ -172,6 +178,13 @@ void keepHitsInRange(const RTCFilterFunctionNArguments* args)
     for (unsigned i = 0; i < args->N; ++i) {
         if (args->valid[i] == 0)
             continue;
+        if (context->candidateDistanceInRay) {
+            // Clearly inside the range by the kernel's own distance: keep it
+            // without touching the corner data.
+            const double s = double(RTCRayN_tfar(args->ray, args->N, i)) + context->start;
+            if (s >= context->sMin + context->slack && s <= context->sMax - context->slack)
+                continue;
+        }
         const unsigned triangle = RTCHitN_primID(args->hit, args->N, i);
         const double s = context->scene->refine(triangle, context->origin, context->direction).s;
         if (!(s >= context->sMin && s <= context->sMax))
@@ -182,7 +195,7 @@ void keepHitsInRange(const RTCFilterFunctionNArguments* args)
 }  // namespace
 
 void kxQBVHScene::prepare(QueryContext& context, RTCRay& ray, const Vec3d& origin, const Vec3d& direction,
-                          double sMin, double sMax) const
+                          double sMin, double sMax, bool nearestHit) const
 {
     rtcInitIntersectContext(&context.embree);
     context.embree.filter = keepHitsInRange;
@@ -196,6 +209,9 @@ void kxQBVHScene::prepare(QueryContext& context, RTCRay& ray, const Vec3d& origi
     const double scale = std::max(double(mMagnitude), maxAbs(origin)) + std::abs(sMin) * length;
     const double slack = 64.0 * FLT_EPSILON * std::max(scale, 1e-30) / length;
     const double start = sMin - slack;
+    context.start = start;
+    context.slack = slack;
+    context.candidateDistanceInRay = nearestHit;
     ray.org_x = float(origin.x + start * direction.x);
     ray.org_y = float(origin.y + start * direction.y);
     ray.org_z = float(origin.z + start * direction.z);
@@ -215,7 +231,7 @@ bool kxQBVHScene::nearest(const Vec3d& origin, const Vec3d& direction, double sM
 {
     QueryContext context;
     RTCRayHit rayHit;
-    prepare(context, rayHit.ray, origin, direction, sMin, sMax);
+    prepare(context, rayHit.ray, origin, direction, sMin, sMax, true);
     rayHit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     rayHit.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(mScene, &context.embree, &rayHit);
@@ -230,7 +246,7 @@ bool kxQBVHScene::any(const Vec3d& origin, const Vec3d& direction, double sMin, 
 {
     QueryContext context;
     RTCRay ray;
-    prepare(context, ray, origin, direction, sMin, sMax);
+    prepare(context, ray, origin, direction, sMin, sMax, false);
     rtcOccluded1(mScene, &context.embree, &ray);
     // The kernel marks an occluded ray by setting tfar to -inf.
     return ray.tfar < 0.0f;
