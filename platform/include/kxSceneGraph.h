@@ -4,7 +4,9 @@
 
 #include "kxController.h"
 #include "kxGenericTransformation.h"
+#include "kxKeyframeController.h"
 #include "kxObject.h"
 #include "kxSpatial.h"
+#include "kxTSharedArray.h"
 #include "kxTriMesh.h"
 #include "kxVertexBuffer.h"
