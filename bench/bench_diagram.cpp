@@ -21,7 +21,9 @@ void runPlan(benchmark::State& state, const velmora::Assembly& assembly)
     double milliseconds = 0.0;
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        auto plan = velmora::planAssembly(assembly, {threads, 5.0f, nullptr, false});
+        velmora::PlanOptions options;
+        options.threads = threads;
+        auto plan = velmora::planAssembly(assembly, options);
         milliseconds += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
         contacts = plan->diagram().getNoContacts();
         benchmark::DoNotOptimize(contacts);

@@ -138,4 +138,14 @@ void assemblyBounds(const Assembly& assembly, Wm4::Vector3<float>& lo, Wm4::Vect
     }
 }
 
+unsigned groupOfPart(const Assembly& assembly, unsigned part)
+{
+    for (unsigned g = 0; g < assembly.groups.size(); ++g) {
+        const std::vector<unsigned>& parts = assembly.groups[g].parts;
+        if (std::binary_search(parts.begin(), parts.end(), part))
+            return g;
+    }
+    throw std::out_of_range("part " + std::to_string(part) + " is in no group");
+}
+
 }  // namespace velmora

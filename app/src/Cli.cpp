@@ -1,30 +1,49 @@
 #include "velmora/Cli.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdio>
+#include <sstream>
 #include <ostream>
 
 #include "VelmoraVersion.h"
 #include "kxSystem.h"
 #include "velmora/DemoAssemblies.h"
+#include "velmora/Explode.h"
 #include "velmora/Import.h"
 #include "velmora/OutputFile.h"
+#include "velmora/Removal.h"
 #include "velmora/Report.h"
 #include "velmora/TerminalProgress.h"
 
 namespace velmora {
 namespace {
 
-// Options of the commands that plan an assembly.
-struct PlanFlags {
-    std::string output = "-";
-    unsigned threads = 0;
-    float angleTolerance = 5.0f;
-    bool verbose = false;
-};
-
 struct InputFlags {
     std::vector<std::string> inputs;
     std::string groupBy = "mesh";
+};
+
+// Options of the commands that plan an assembly.
+struct PlanFlags {
+    unsigned threads = 0;
+    float angleTolerance = 5.0f;
+    bool verbose = false;
+    bool noDistant = false;
+    std::vector<std::string> keepTogether;  // comma-separated part names, one set per use
+};
+
+struct ExplodeFlags {
+    std::string glb;
+    std::string report;
+    std::string pose = "animated";
+    ExplodeOptions options;
+};
+
+struct RemoveFlags {
+    std::string part;
+    std::string report;
+    std::string glb;
 };
 
 void addInputFlags(CLI::App& command, InputFlags& flags)
@@ -37,14 +56,13 @@ void addInputFlags(CLI::App& command, InputFlags& flags)
         ->capture_default_str();
 }
 
-void addOutputFlag(CLI::App& command, std::string& output)
+void addOutputFlag(CLI::App& command, std::string& output, const std::string& what)
 {
-    command.add_option("-o,--output", output, "Report file, or - for standard output")->capture_default_str();
+    command.add_option("-o,--output", output, what + " file, or - for standard output");
 }
 
 void addPlanFlags(CLI::App& command, PlanFlags& flags)
 {
-    addOutputFlag(command, flags.output);
     command.add_option("--threads", flags.threads, "Worker threads (0: one per hardware thread)")
         ->check(CLI::Range(0u, 256u))
         ->capture_default_str();
@@ -52,6 +70,34 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags)
         ->check(CLI::Range(0.001f, 89.999f))
         ->capture_default_str();
     command.add_flag("-v,--verbose", flags.verbose, "Show the library's progress lines on standard error");
+}
+
+void addHierarchyFlags(CLI::App& command, PlanFlags& flags)
+{
+    command.add_flag("--no-distant", flags.noDistant,
+                     "Ignore parts that block each other without touching (faster, less safe splits)");
+    command.add_option("--keep-together", flags.keepTogether,
+                       "Comma-separated part names that come out as one sub-assembly (repeatable)")
+        ->type_name("PART,PART…");
+}
+
+void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
+{
+    command.add_option("--policy", flags.options.policy,
+                       "Animation schedule: 0 one split at a time, 1 by depth, 2 independent splits together")
+        ->check(CLI::Range(0u, 2u))
+        ->capture_default_str();
+    command.add_option("--play-style", flags.options.playStyle,
+                       "0 assemble, 1 explode, 2 assemble and back, 3 explode and back")
+        ->check(CLI::Range(0u, 3u))
+        ->capture_default_str();
+    command.add_option("--split-distance", flags.options.splitDistance,
+                       "Gap between the two sides of every split (0: a tenth of the bounds' diagonal)")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command.add_option("--pose", flags.pose, "animated: the explode animation; exploded: the final pose only")
+        ->check(CLI::IsMember({"animated", "exploded"}))
+        ->capture_default_str();
 }
 
 Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
@@ -62,66 +108,248 @@ Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
     return assembly;
 }
 
-int writeReport(const Json& report, const std::string& output, std::ostream& out)
+void writeJson(const Json& report, OutputFile& file)
 {
-    OutputFile file(output, out);
     file.stream() << report.dump(2) << "\n";
     file.commit();
-    return kExitOk;
+}
+
+// The keep-together sets as group ids: every named part's group.
+std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly, const std::vector<std::string>& sets)
+{
+    std::vector<std::vector<unsigned>> groups;
+    for (const std::string& set : sets) {
+        std::vector<unsigned> ids;
+        std::stringstream names(set);
+        for (std::string name; std::getline(names, name, ',');)
+            if (!name.empty())
+                ids.push_back(groupOfPart(assembly, findPart(assembly, name)));
+        groups.push_back(std::move(ids));
+    }
+    return groups;
+}
+
+// Runs the library on `assembly`: its own output lines go to standard error
+// and a progress bar shows when standard error is a terminal.
+std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flags, bool hierarchy, std::ostream& err)
+{
+    TerminalProgress progress(err, TerminalProgress::stderrIsTerminal());
+    PlanOptions options;
+    options.threads = flags.threads;
+    options.angleTolerance = flags.angleTolerance;
+    options.progress = &progress;
+    options.verbose = flags.verbose;
+    options.onStage = [&](const std::string& stage) { progress.setStage(stage); };
+    options.hierarchy = hierarchy;
+    options.distantContacts = !flags.noDistant;
+    options.keepTogether = keepTogetherGroups(assembly, flags.keepTogether);
+    std::unique_ptr<Plan> plan;
+    {
+        LibraryOutput lines(flags.verbose);
+        plan = planAssembly(assembly, options);
+    }
+    progress.finish();
+    return plan;
+}
+
+// Adds the import time to a report's timings.
+void addImportTime(Json& report, double importMs)
+{
+    report["timings"]["importMs"] = importMs;
+    report["timings"]["totalMs"] = report["timings"]["totalMs"].get<double>() + importMs;
+}
+
+Json inputsJson(const InputFlags& inputs)
+{
+    return {{"inputs", inputs.inputs}, {"groupBy", inputs.groupBy}};
 }
 
 int runInfo(const InputFlags& inputs, const std::string& output, std::ostream& out, std::ostream& err)
 {
+    OutputFile file(output, out);
     kx::kxTimer timer;
     Json report = assemblyReport(importWithWarnings(inputs, err));
     report["timings"] = {{"importMs", timer.getElapsedMs()}};
-    return writeReport(report, output, out);
-}
-
-// Plans `assembly` with the library's own output lines sent to standard
-// error and a progress bar when standard error is a terminal.
-Json planReport(const Assembly& assembly, const PlanFlags& flags, double importMs, std::ostream& err)
-{
-    TerminalProgress progress(err, TerminalProgress::stderrIsTerminal());
-    progress.setStage("contacts");
-    std::unique_ptr<Plan> plan;
-    {
-        StdoutToStderr quiet;
-        plan = planAssembly(assembly, {flags.threads, flags.angleTolerance, &progress, flags.verbose});
-    }
-    progress.finish();
-    Json report = contactsReport(*plan);
-    report["timings"]["importMs"] = importMs;
-    report["timings"]["totalMs"] = report["timings"]["totalMs"].get<double>() + importMs;
-    return report;
-}
-
-int runContacts(const InputFlags& inputs, const PlanFlags& flags, std::ostream& out, std::ostream& err)
-{
-    OutputFile file(flags.output, out);  // fail on an unwritable output before the work
-    kx::kxTimer timer;
-    const Assembly assembly = importWithWarnings(inputs, err);
-    Json report = {{"inputs", inputs.inputs}, {"groupBy", inputs.groupBy}};
-    report.update(planReport(assembly, flags, timer.getElapsedMs(), err));
-    file.stream() << report.dump(2) << "\n";
-    file.commit();
+    writeJson(report, file);
     return kExitOk;
 }
 
-int runDemo(const std::string& name, bool list, const PlanFlags& flags, std::ostream& out, std::ostream& err)
+int runContacts(const InputFlags& inputs, const PlanFlags& flags, const std::string& output, std::ostream& out,
+                std::ostream& err)
+{
+    OutputFile file(output, out);  // fail on an unwritable output before the work
+    kx::kxTimer timer;
+    const Assembly assembly = importWithWarnings(inputs, err);
+    const double importMs = timer.getElapsedMs();
+    Json report = inputsJson(inputs);
+    report.update(contactsReport(*runPlanner(assembly, flags, false, err)));
+    addImportTime(report, importMs);
+    writeJson(report, file);
+    return kExitOk;
+}
+
+int runPlan(const InputFlags& inputs, const PlanFlags& flags, const std::string& output, std::ostream& out,
+            std::ostream& err)
+{
+    OutputFile file(output, out);
+    kx::kxTimer timer;
+    const Assembly assembly = importWithWarnings(inputs, err);
+    const double importMs = timer.getElapsedMs();
+    Json report = inputsJson(inputs);
+    report.update(planReport(*runPlanner(assembly, flags, true, err)));
+    addImportTime(report, importMs);
+    writeJson(report, file);
+    return kExitOk;
+}
+
+// Explodes a planned assembly, writes the GLB and, when asked, the report.
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, Json report, std::ostream& out,
+                       std::ostream& err)
+{
+    std::unique_ptr<OutputFile> reportFile;
+    if (!flags.report.empty())
+        reportFile = std::make_unique<OutputFile>(flags.report, out);
+    ExplodeOptions options = flags.options;
+    options.staticPose = flags.pose == "exploded";
+    kx::kxTimer timer;
+    ExplodedView view;
+    {
+        LibraryOutput lines(verbose);
+        view = explodeAssembly(plan, options);
+    }
+    const double explodeMs = timer.getElapsedMs();
+    writeGlbFile(view.glb, flags.glb);
+    if (flags.glb != "-") {
+        err << "velmora: wrote " << flags.glb << " (" << plan.assembly().parts.size() << " parts, "
+            << (options.staticPose ? "exploded pose" : "animation of ");
+        if (!options.staticPose)
+            err << view.duration << " s";
+        err << ")\n";
+    }
+    if (!reportFile)
+        return;
+    report.update(explodeReport(plan, view, options));
+    report["timings"]["explodeMs"] = explodeMs;
+    writeJson(report, *reportFile);
+}
+
+int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
+               std::ostream& err)
+{
+    if (explode.glb == "-" && explode.report == "-")
+        throw InputError("the glTF and the report cannot both go to standard output");
+    kx::kxTimer timer;
+    const Assembly assembly = importWithWarnings(inputs, err);
+    const double importMs = timer.getElapsedMs();
+    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
+    Json report = inputsJson(inputs);
+    report["timings"]["importMs"] = importMs;
+    writeExplodedView(*plan, explode, flags.verbose, report, out, err);
+    return kExitOk;
+}
+
+// Three decimals, with no "-0.000" for components that round to zero.
+std::string formatDirection(const Wm4::Vector3<double>& d)
+{
+    auto rounded = [](double x) { return std::round(x * 1000.0) / 1000.0 + 0.0; };
+    char text[96];
+    std::snprintf(text, sizeof text, "(%.3f, %.3f, %.3f)", rounded(d[0]), rounded(d[1]), rounded(d[2]));
+    return text;
+}
+
+std::string joinedPartNames(const Assembly& assembly, const std::vector<unsigned>& groups)
+{
+    std::string names;
+    for (unsigned g : groups)
+        for (unsigned p : assembly.groups[g].parts)
+            names += (names.empty() ? "" : ", ") + assembly.parts[p].name;
+    return names;
+}
+
+// The steps as a numbered list for people.
+void printRemovalSteps(const Assembly& assembly, const RemovalProcedure& removal, std::ostream& out)
+{
+    const size_t n = removal.steps.size();
+    out << "Taking out " << assembly.parts[removal.part].name << ": " << n << (n == 1 ? " step" : " steps")
+        << "\n";
+    for (size_t s = 0; s < n; ++s) {
+        const RemovalStep& step = removal.steps[s];
+        out << "  " << s + 1 << ". ";
+        if (step.sense == 0)
+            out << "take out " << joinedPartNames(assembly, step.groups) << "\n";
+        else
+            out << "move " << joinedPartNames(assembly, step.groups) << " along " << formatDirection(step.direction)
+                << "\n";
+    }
+}
+
+int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
+              std::ostream& err)
+{
+    if (remove.glb == "-" && remove.report == "-")
+        throw InputError("the glTF and the report cannot both go to standard output");
+    std::unique_ptr<OutputFile> reportFile;
+    if (!remove.report.empty())
+        reportFile = std::make_unique<OutputFile>(remove.report, out);
+    kx::kxTimer timer;
+    const Assembly assembly = importWithWarnings(inputs, err);
+    const unsigned part = findPart(assembly, remove.part);
+    const double importMs = timer.getElapsedMs();
+    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
+    timer.reset();
+    RemovalProcedure removal;
+    {
+        LibraryOutput lines(flags.verbose);
+        removal = planRemoval(*plan, part, !remove.glb.empty());
+    }
+    const double removalMs = timer.getElapsedMs();
+    const bool listToStdout = remove.report != "-" && remove.glb != "-";
+    printRemovalSteps(assembly, removal, listToStdout ? out : err);
+    if (reportFile) {
+        Json report = inputsJson(inputs);
+        report.update(removalReport(*plan, removal));
+        report["settings"] = {{"threads", plan->threads()},
+                              {"angleTolerance", plan->angleTolerance()},
+                              {"distantContacts", plan->distantContacts()}};
+        Json timings = Json::object();
+        for (const StageTiming& t : plan->timings())
+            timings[t.stage + "Ms"] = t.milliseconds;
+        timings["importMs"] = importMs;
+        timings["removalMs"] = removalMs;
+        report["timings"] = timings;
+        writeJson(report, *reportFile);
+    }
+    if (!remove.glb.empty()) {
+        ExplodeFlags steps;
+        steps.glb = remove.glb;
+        steps.options.policy = 0;  // one step after the other
+        writeExplodedView(*plan, steps, flags.verbose, Json::object(), out, err);
+    }
+    return kExitOk;
+}
+
+int runDemo(const std::string& name, bool list, const PlanFlags& flags, const std::string& output,
+            const std::string& glb, std::ostream& out, std::ostream& err)
 {
     if (list) {
         for (const std::string& n : demoAssemblyNames())
             out << n << "\n";
         return kExitOk;
     }
-    OutputFile file(flags.output, out);
+    OutputFile file(output, out);
     kx::kxTimer timer;
     const Assembly assembly = makeDemoAssembly(name);
+    const double importMs = timer.getElapsedMs();
+    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     Json report = {{"demo", name}};
-    report.update(planReport(assembly, flags, timer.getElapsedMs(), err));
-    file.stream() << report.dump(2) << "\n";
-    file.commit();
+    report.update(planReport(*plan));
+    addImportTime(report, importMs);
+    if (!glb.empty()) {
+        ExplodeFlags explode;
+        explode.glb = glb;
+        writeExplodedView(*plan, explode, flags.verbose, Json::object(), out, err);
+    }
+    writeJson(report, file);
     return kExitOk;
 }
 
@@ -140,21 +368,58 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     std::string infoOutput = "-";
     CLI::App* info = app.add_subcommand("info", "Import an assembly and report its parts, groups and bounds");
     addInputFlags(*info, infoInputs);
-    addOutputFlag(*info, infoOutput);
+    addOutputFlag(*info, infoOutput, "Report");
 
     InputFlags contactInputs;
     PlanFlags contactFlags;
-    CLI::App* contacts =
-        app.add_subcommand("contacts", "Report the contacts between parts, their removal directions and the direction set");
+    std::string contactOutput = "-";
+    CLI::App* contacts = app.add_subcommand(
+        "contacts", "Report the contacts between parts, their removal directions and the direction set");
     addInputFlags(*contacts, contactInputs);
+    addOutputFlag(*contacts, contactOutput, "Report");
     addPlanFlags(*contacts, contactFlags);
+
+    InputFlags planInputs;
+    PlanFlags planFlags;
+    std::string planOutput = "-";
+    CLI::App* plan = app.add_subcommand("plan", "Report the contacts and the disassembly hierarchy");
+    addInputFlags(*plan, planInputs);
+    addOutputFlag(*plan, planOutput, "Report");
+    addPlanFlags(*plan, planFlags);
+    addHierarchyFlags(*plan, planFlags);
+
+    InputFlags explodeInputs;
+    PlanFlags explodePlanFlags;
+    ExplodeFlags explodeFlags;
+    CLI::App* explode = app.add_subcommand("explode", "Write the exploded view as an animated binary glTF (.glb)");
+    addInputFlags(*explode, explodeInputs);
+    explode->add_option("-o,--output", explodeFlags.glb, "The .glb file, or - for standard output")->required();
+    explode->add_option("--report", explodeFlags.report, "Also write the plan and the offsets as JSON");
+    addPlanFlags(*explode, explodePlanFlags);
+    addHierarchyFlags(*explode, explodePlanFlags);
+    addExplodeFlags(*explode, explodeFlags);
+
+    InputFlags removeInputs;
+    PlanFlags removePlanFlags;
+    RemoveFlags removeFlags;
+    CLI::App* remove = app.add_subcommand("remove", "List the ordered steps that take one part out");
+    addInputFlags(*remove, removeInputs);
+    remove->add_option("--part", removeFlags.part, "Name of the part to take out")->required();
+    remove->add_option("-o,--output", removeFlags.report, "Also write the steps as JSON (- for standard output)");
+    remove->add_option("--gltf", removeFlags.glb, "Also write the steps as an animated .glb");
+    addPlanFlags(*remove, removePlanFlags);
+    addHierarchyFlags(*remove, removePlanFlags);
 
     std::string demoName = "stack";
     bool demoList = false;
     PlanFlags demoFlags;
-    CLI::App* demo = app.add_subcommand("demo", "Run the contacts report on a built-in sample assembly");
+    std::string demoOutput = "-";
+    std::string demoGlb;
+    CLI::App* demo = app.add_subcommand("demo", "Plan a built-in sample assembly and report it");
     demo->add_option("name", demoName, "Sample assembly (see --list)")->capture_default_str();
     demo->add_flag("--list", demoList, "List the sample assemblies");
+    addOutputFlag(*demo, demoOutput, "Report");
+    demo->add_option("--gltf", demoGlb, "Also write the exploded view as an animated .glb");
     addPlanFlags(*demo, demoFlags);
 
     try {
@@ -177,9 +442,15 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
         if (info->parsed())
             return runInfo(infoInputs, infoOutput, out, err);
         if (contacts->parsed())
-            return runContacts(contactInputs, contactFlags, out, err);
+            return runContacts(contactInputs, contactFlags, contactOutput, out, err);
+        if (plan->parsed())
+            return runPlan(planInputs, planFlags, planOutput, out, err);
+        if (explode->parsed())
+            return runExplode(explodeInputs, explodePlanFlags, explodeFlags, out, err);
+        if (remove->parsed())
+            return runRemove(removeInputs, removePlanFlags, removeFlags, out, err);
         if (demo->parsed())
-            return runDemo(demoName, demoList, demoFlags, out, err);
+            return runDemo(demoName, demoList, demoFlags, demoOutput, demoGlb, out, err);
     } catch (const InputError& e) {
         err << "velmora: error: " << e.what() << "\n";
         return kExitInput;

@@ -1,5 +1,6 @@
 #include "velmora/OutputFile.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -43,15 +44,23 @@ void OutputFile::commit()
     mCommitted = true;
 }
 
-StdoutToStderr::StdoutToStderr()
+LibraryOutput::LibraryOutput(bool show)
 {
     std::cout.flush();
     std::fflush(stdout);
     mSavedStdout = ::dup(STDOUT_FILENO);
-    ::dup2(STDERR_FILENO, STDOUT_FILENO);
+    if (show) {
+        ::dup2(STDERR_FILENO, STDOUT_FILENO);
+        return;
+    }
+    const int sink = ::open("/dev/null", O_WRONLY);
+    if (sink >= 0) {
+        ::dup2(sink, STDOUT_FILENO);
+        ::close(sink);
+    }
 }
 
-StdoutToStderr::~StdoutToStderr()
+LibraryOutput::~LibraryOutput()
 {
     std::cout.flush();
     std::fflush(stdout);

@@ -1,7 +1,9 @@
 #include "velmora/Planner.h"
 
+#include <algorithm>
 #include <thread>
 
+#include "kxDistantContacts.h"
 #include "kxSystem.h"
 
 namespace velmora {
@@ -16,6 +18,47 @@ unsigned resolveThreads(unsigned requested)
     return std::max(1u, std::thread::hardware_concurrency());
 }
 
+// Sorted, duplicate-free copies of the keep-together sets, checked against
+// the number of groups.
+std::vector<std::vector<unsigned>> normalizedClusters(const std::vector<std::vector<unsigned>>& sets,
+                                                      unsigned noGroups)
+{
+    std::vector<std::vector<unsigned>> clusters;
+    for (std::vector<unsigned> set : sets) {
+        std::sort(set.begin(), set.end());
+        set.erase(std::unique(set.begin(), set.end()), set.end());
+        if (!set.empty() && set.back() >= noGroups)
+            throw InputError("a keep-together set names group " + std::to_string(set.back()) + " of only " +
+                             std::to_string(noGroups));
+        if (set.size() < 2)
+            throw InputError("a keep-together set needs at least two different groups");
+        clusters.push_back(std::move(set));
+    }
+    return clusters;
+}
+
+// Larger sets first, so an enclosing cluster is pushed before the ones
+// inside it. Clusters are pushed as disassemblable: every split keeps them
+// whole as long as the rest of the assembly can come apart that way, and
+// once a cluster is a node of its own it is split like any other.
+std::unique_ptr<kxGroupsClustering> makeClustering(const std::vector<std::vector<unsigned>>& clusters,
+                                                   unsigned noGroups)
+{
+    std::vector<const std::vector<unsigned>*> order;
+    for (const std::vector<unsigned>& set : clusters)
+        order.push_back(&set);
+    std::stable_sort(order.begin(), order.end(), [](auto* a, auto* b) { return a->size() > b->size(); });
+    auto clustering = std::make_unique<kxGroupsClustering>(noGroups);
+    kx2SATState groups(noGroups);
+    for (const std::vector<unsigned>* set : order) {
+        groups.clear(false);
+        for (unsigned g : *set)
+            groups.setTrue(g);
+        clustering->pushCluster(groups, true);
+    }
+    return clustering;
+}
+
 }  // namespace
 
 std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& options)
@@ -26,23 +69,51 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     plan->mAssembly = assembly;
     plan->mThreads = resolveThreads(options.threads);
     plan->mAngleTolerance = options.angleTolerance;
+    const unsigned noGroups = unsigned(assembly.groups.size());
+    plan->mKeepTogether = normalizedClusters(options.keepTogether, noGroups);
+    plan->mDistantContacts = options.hierarchy && options.distantContacts;
 
     kx::kxTimer timer;
-    auto stage = [&](const char* name) {
+    auto finishStage = [&](const char* name) {
         plan->mTimings.push_back({name, timer.getElapsedMs()});
         timer.reset();
+    };
+    auto startStage = [&](const char* name) {
+        if (options.onStage)
+            options.onStage(name);
     };
 
     plan->mGroupMeshes = mergeGroups(plan->mAssembly);
     std::vector<kx::kxTriMesh*> meshes(plan->mGroupMeshes.begin(), plan->mGroupMeshes.end());
     plan->mGroups = std::make_unique<kxMeshGroups>(meshes, nullptr);
-    stage("groups");
+    finishStage("groups");
 
+    startStage("contacts");
     plan->mDiagram = std::make_unique<kxContactDiagram>(*plan->mGroups, plan->mThreads, options.progress);
     plan->mDiagram->setVerbose(options.verbose);
-    stage("contacts");
+    finishStage("contacts");
     plan->mDiagram->computeDirectionSet(options.angleTolerance);
-    stage("directions");
+    finishStage("directions");
+    if (!options.hierarchy)
+        return plan;
+
+    plan->mHierarchy = std::make_unique<kxDisassemblyHierarchy>(*plan->mGroups);
+    plan->mBuilder =
+        std::make_unique<kxDisassemblyHierarchyBuilder>(*plan->mHierarchy, *plan->mDiagram, plan->mThreads);
+    plan->mBuilder->setVerbose(options.verbose);
+    if (plan->mDistantContacts) {
+        startStage("distant contacts");
+        kxDistantContacts(*plan->mBuilder).computeDistantContacts(plan->mThreads, options.progress);
+        finishStage("distant");
+    }
+    if (!plan->mKeepTogether.empty()) {
+        plan->mClustering = makeClustering(plan->mKeepTogether, noGroups);
+        plan->mBuilder->setGroupsClustering(plan->mClustering.get());
+    }
+    startStage("hierarchy");
+    plan->mBuilder->initSolver();
+    plan->mBuilder->computeGroupsHierarchy(0, options.progress);
+    finishStage("hierarchy");
     return plan;
 }
 

@@ -1,5 +1,7 @@
 #include "velmora/Report.h"
 
+#include <algorithm>
+
 #include "VelmoraVersion.h"
 
 namespace velmora {
@@ -9,6 +11,67 @@ template <class Real>
 Json vectorJson(const Wm4::Vector3<Real>& v)
 {
     return Json::array({v[0], v[1], v[2]});
+}
+
+constexpr unsigned kNoNode = kxDisassemblyHierarchy::kNoNode;
+
+Json nodeOrNull(unsigned node)
+{
+    return node == kNoNode ? Json(nullptr) : Json(node);
+}
+
+std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned id)
+{
+    const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(id);
+    std::vector<unsigned> groups;
+    for (unsigned k = node.start; k < node.start + node.noGroups; ++k)
+        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
+    std::sort(groups.begin(), groups.end());
+    return groups;
+}
+
+Json groupNames(const Assembly& assembly, const std::vector<unsigned>& groups)
+{
+    Json names = Json::array();
+    for (unsigned g : groups)
+        names.push_back(assembly.groups[g].name);
+    return names;
+}
+
+Json partNames(const Assembly& assembly, const std::vector<unsigned>& groups)
+{
+    Json names = Json::array();
+    for (unsigned g : groups)
+        for (unsigned p : assembly.groups[g].parts)
+            names.push_back(assembly.parts[p].name);
+    return names;
+}
+
+Json hierarchyNode(const Plan& plan, unsigned id)
+{
+    const kxDisassemblyHierarchy::tTreeNode& node = plan.hierarchy().getNode(id);
+    const std::vector<unsigned> groups = groupsOfNode(plan.hierarchy(), id);
+    Json json = {{"id", id},
+                 {"parent", nodeOrNull(node.parent)},
+                 {"groups", groups},
+                 {"names", groupNames(plan.assembly(), groups)}};
+    if (node.firstChild == kNoNode) {
+        json["split"] = nullptr;
+        return json;
+    }
+    json["split"] = {{"directionId", node.splitId},
+                     {"direction", vectorJson(plan.diagram().getDirectionFromId(node.splitId))},
+                     {"moving", node.secondChild},
+                     {"staying", node.firstChild}};
+    return json;
+}
+
+Json keepTogetherJson(const Plan& plan)
+{
+    Json sets = Json::array();
+    for (const std::vector<unsigned>& set : plan.keepTogether())
+        sets.push_back(groupNames(plan.assembly(), set));
+    return sets;
 }
 
 }  // namespace
@@ -72,6 +135,54 @@ Json contactsReport(const Plan& plan)
     report["directions"] = directionSet;
     report["settings"] = {{"threads", plan.threads()}, {"angleTolerance", plan.angleTolerance()}};
     report["timings"] = timings;
+    return report;
+}
+
+Json planReport(const Plan& plan)
+{
+    Json report = contactsReport(plan);
+    Json nodes = Json::array();
+    for (unsigned id = 0; id < plan.hierarchy().getNoNodes(); ++id)
+        if (plan.hierarchy().getNode(id).noGroups != kNoNode)
+            nodes.push_back(hierarchyNode(plan, id));
+    report["settings"]["distantContacts"] = plan.distantContacts();
+    report["settings"]["keepTogether"] = keepTogetherJson(plan);
+    report["hierarchy"] = {{"distantConstraints", plan.builder().getNoDistantConstraints()}, {"nodes", nodes}};
+    return report;
+}
+
+Json explodeReport(const Plan& plan, const ExplodedView& view, const ExplodeOptions& options)
+{
+    Json report = planReport(plan);
+    Json offsets = Json::array();
+    for (const Wm4::Vector3<float>& offset : view.offsets)
+        offsets.push_back(vectorJson(offset));
+    report["explosion"] = {{"splitDistance", view.splitDistance},
+                           {"policy", options.policy},
+                           {"playStyle", options.staticPose ? Json(nullptr) : Json(options.playStyle)},
+                           {"durationSeconds", view.duration},
+                           {"offsets", offsets}};
+    return report;
+}
+
+Json removalReport(const Plan& plan, const RemovalProcedure& removal)
+{
+    const Assembly& assembly = plan.assembly();
+    Json steps = Json::array();
+    for (size_t s = 0; s < removal.steps.size(); ++s) {
+        const RemovalStep& step = removal.steps[s];
+        const bool last = step.sense == 0;
+        steps.push_back({{"step", s + 1},
+                         {"groups", step.groups},
+                         {"parts", partNames(assembly, step.groups)},
+                         {"directionId", last ? Json(nullptr) : Json(step.directionId)},
+                         {"direction", last ? Json(nullptr) : vectorJson(step.direction)},
+                         {"target", last}});
+    }
+    Json report = assemblyReport(assembly);
+    report["removal"] = {{"part", assembly.parts[removal.part].name},
+                         {"group", removal.group},
+                         {"steps", steps}};
     return report;
 }
 

@@ -12,6 +12,14 @@ namespace {
 
 using Vec3f = Wm4::Vector3<float>;
 
+velmora::PlanOptions options(unsigned threads, float angleTolerance = 5.0f)
+{
+    velmora::PlanOptions o;
+    o.threads = threads;
+    o.angleTolerance = angleTolerance;
+    return o;
+}
+
 velmora::Part partOf(const std::string& name, kx::kxPointer<kx::kxTriMesh> mesh)
 {
     mesh->SetName(name);
@@ -59,8 +67,8 @@ TEST(Planner, MergedGroupPlansLikeTheSingleMesh)
     single.parts = {partOf("base", joined(*left, *right)), partOf("lid", velmora_test::makeBox({0, 0, 1}, {4, 4, 1.5f}))};
     velmora::assignGroups(single, velmora::GroupBy::Mesh);
 
-    auto a = velmora::planAssembly(grouped, {2, 5.0f, nullptr, false});
-    auto b = velmora::planAssembly(single, {2, 5.0f, nullptr, false});
+    auto a = velmora::planAssembly(grouped, options(2, 5.0f));
+    auto b = velmora::planAssembly(single, options(2, 5.0f));
     ASSERT_EQ(a->diagram().getNoContacts(), 1u);
     expectSameContacts(*a, *b);
     EXPECT_EQ(a->groups().getNoGroups(), 2u);
@@ -73,13 +81,13 @@ TEST(Planner, SameResultForAnyThreadCountAndOptionsAreChecked)
                       partOf("b", velmora_test::makeBox({0, 0, 1}, {1, 2, 2})),
                       partOf("c", velmora_test::makeBox({1, 0, 1}, {2, 2, 2}))};
     velmora::assignGroups(assembly, velmora::GroupBy::Mesh);
-    auto one = velmora::planAssembly(assembly, {1, 5.0f, nullptr, false});
+    auto one = velmora::planAssembly(assembly, options(1, 5.0f));
     for (unsigned threads : {2u, 4u, 8u})
-        expectSameContacts(*one, *velmora::planAssembly(assembly, {threads, 5.0f, nullptr, false}));
+        expectSameContacts(*one, *velmora::planAssembly(assembly, options(threads, 5.0f)));
     EXPECT_GE(one->threads(), 1u);
-    EXPECT_THROW(velmora::planAssembly(assembly, {1, 0.0f, nullptr, false}), velmora::InputError);
-    EXPECT_THROW(velmora::planAssembly(assembly, {1, 90.0f, nullptr, false}), velmora::InputError);
-    EXPECT_THROW(velmora::planAssembly(assembly, {1000, 5.0f, nullptr, false}), velmora::InputError);
+    EXPECT_THROW(velmora::planAssembly(assembly, options(1, 0.0f)), velmora::InputError);
+    EXPECT_THROW(velmora::planAssembly(assembly, options(1, 90.0f)), velmora::InputError);
+    EXPECT_THROW(velmora::planAssembly(assembly, options(1000, 5.0f)), velmora::InputError);
 }
 
 TEST(Planner, SinglePartHasNoContacts)
@@ -87,7 +95,7 @@ TEST(Planner, SinglePartHasNoContacts)
     velmora::Assembly assembly;
     assembly.parts = {partOf("only", velmora_test::makeBox({0, 0, 0}, {1, 1, 1}))};
     velmora::assignGroups(assembly, velmora::GroupBy::Mesh);
-    auto plan = velmora::planAssembly(assembly, {1, 5.0f, nullptr, false});
+    auto plan = velmora::planAssembly(assembly, options(1, 5.0f));
     EXPECT_EQ(plan->diagram().getNoContacts(), 0u);
 }
 
@@ -112,7 +120,7 @@ TEST(PlannerCorpus, ContactsConnectTheTouchingParts)
 #endif
     for (const Case& c : cases) {
         velmora::Assembly assembly = velmora::importAssembly({corpus + "/" + c.input});
-        auto plan = velmora::planAssembly(assembly, {2, 5.0f, nullptr, false});
+        auto plan = velmora::planAssembly(assembly, options(2, 5.0f));
         const kxContactDiagram& diagram = plan->diagram();
         EXPECT_GE(diagram.getNoContacts(), c.minContacts) << c.input;
         std::set<unsigned> touched;

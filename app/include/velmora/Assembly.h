@@ -56,6 +56,9 @@ struct Assembly {
 // Forms the groups of `assembly` by `mode` (replacing any it had).
 void assignGroups(Assembly& assembly, GroupBy mode);
 
+// The group that holds part `part`.
+unsigned groupOfPart(const Assembly& assembly, unsigned part);
+
 // One mesh per group with every vertex in world coordinates (World identity),
 // in group order: the form the planner takes, since each group must be a
 // single mesh. Single-part groups still get a world-space copy.

@@ -32,14 +32,14 @@ private:
 };
 
 // While alive, whatever the process writes to its standard output (fd 1)
-// goes to standard error instead, so library lines never mix into a report
-// written to standard output.
-class StdoutToStderr {
+// goes to standard error (`show`) or nowhere, so the library's own lines
+// never mix into a report written to standard output.
+class LibraryOutput {
 public:
-    StdoutToStderr();
-    ~StdoutToStderr();
-    StdoutToStderr(const StdoutToStderr&) = delete;
-    StdoutToStderr& operator=(const StdoutToStderr&) = delete;
+    explicit LibraryOutput(bool show);
+    ~LibraryOutput();
+    LibraryOutput(const LibraryOutput&) = delete;
+    LibraryOutput& operator=(const LibraryOutput&) = delete;
 
 private:
     int mSavedStdout;

@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "velmora/Explode.h"
 #include "velmora/Planner.h"
+#include "velmora/Removal.h"
 
 namespace velmora {
 
@@ -18,5 +20,18 @@ Json assemblyReport(const Assembly& assembly);
 // The assembly report plus contacts, the unique direction set, the settings
 // and the stage timings of a plan.
 Json contactsReport(const Plan& plan);
+
+// The contacts report plus the disassembly hierarchy: every node with its
+// groups, and for a split node the direction along which its moving child
+// leaves the other. The plan must hold a hierarchy.
+Json planReport(const Plan& plan);
+
+// The plan report plus the exploded view: split distance, duration and every
+// group's final offset.
+Json explodeReport(const Plan& plan, const ExplodedView& view, const ExplodeOptions& options);
+
+// The removal steps of one part, each with its groups, their part names and
+// its direction.
+Json removalReport(const Plan& plan, const RemovalProcedure& removal);
 
 }  // namespace velmora

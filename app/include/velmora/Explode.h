@@ -1,0 +1,38 @@
+// The exploded view of a planned assembly: every group's final offset, the
+// keyframes of its animation and the binary glTF that shows it.
+//
+// The plan must hold a hierarchy. The animation attaches keyframe controllers
+// to the plan's group meshes (replacing any an earlier call attached); the
+// geometry and the hierarchy are not changed.
+#pragma once
+
+#include <vector>
+
+#include "velmora/GltfExport.h"
+#include "velmora/Planner.h"
+
+namespace velmora {
+
+struct ExplodeOptions {
+    unsigned policy = 2;       // 0 sequential, 1 by depth, 2 independent splits together
+    unsigned playStyle = 1;    // 0 assemble, 1 explode, 2 assemble and back, 3 explode and back
+    float splitDistance = 0;   // gap between the sides of a split; 0: a tenth of the bounds' diagonal
+    bool staticPose = false;   // the exploded pose without animation
+};
+
+struct ExplodedView {
+    float splitDistance = 0;
+    std::vector<Wm4::Vector3<float>> offsets;  // per group, in the assembly's frame
+    std::vector<GroupKeyframes> keyframes;     // per group; empty for a static pose
+    float duration = 0;                        // seconds; 0 for a static pose
+    std::vector<unsigned char> glb;
+};
+
+// The default split distance: a tenth of the diagonal of the assembly's bounds.
+float defaultSplitDistance(const Assembly& assembly);
+
+// Throws InputError on a policy above 2, a play style above 3 or a negative
+// or non-finite split distance.
+ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options);
+
+}  // namespace velmora

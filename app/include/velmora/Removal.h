@@ -1,0 +1,39 @@
+// Taking one part out: the ordered removal steps that free a part's group,
+// read from a planned hierarchy, and the lookup of a part by name.
+//
+// Every step but the last moves one or more groups out along one direction
+// of the plan's direction set; the last step is the target group itself,
+// which is then free. Steps are in the order they are carried out.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "velmora/Planner.h"
+
+namespace velmora {
+
+struct RemovalStep {
+    std::vector<unsigned> groups;   // ascending group ids
+    unsigned directionId = 0;       // line of the direction set; unused in the last step
+    int sense = 0;                  // +1 along the set's direction, -1 against it, 0 in the last step
+    Wm4::Vector3<double> direction; // unit, in the assembly's frame; zero in the last step
+};
+
+struct RemovalProcedure {
+    unsigned part = 0;   // the part asked for
+    unsigned group = 0;  // its group, which the last step frees
+    std::vector<RemovalStep> steps;
+};
+
+// The index of the part named `name`. Throws InputError naming the closest
+// part names when there is none.
+unsigned findPart(const Assembly& assembly, const std::string& name);
+
+// The steps that take out the group of `part`. The plan must hold a
+// hierarchy. With `rewriteHierarchy`, the plan's hierarchy is replaced by the
+// procedure's own tree (one split per step, in order), so an exploded view of
+// the plan then shows the procedure.
+RemovalProcedure planRemoval(Plan& plan, unsigned part, bool rewriteHierarchy);
+
+}  // namespace velmora
