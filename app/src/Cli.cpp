@@ -1,6 +1,7 @@
 #include "velmora/Cli.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <sstream>
@@ -344,6 +345,11 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     Json report = {{"demo", name}};
     report.update(planReport(*plan));
     addImportTime(report, importMs);
+    const Json& nodes = report["hierarchy"]["nodes"];
+    const auto splits = std::count_if(nodes.begin(), nodes.end(), [](const Json& n) { return !n["split"].is_null(); });
+    err << "velmora: " << name << ": " << assembly.parts.size() << " parts, " << plan->diagram().getNoContacts()
+        << " contacts, " << splits << " splits, "
+        << plan->builder().getNoDistantConstraints() << " distant blocking constraints\n";
     if (!glb.empty()) {
         ExplodeFlags explode;
         explode.glb = glb;

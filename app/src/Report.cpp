@@ -66,6 +66,14 @@ Json hierarchyNode(const Plan& plan, unsigned id)
     return json;
 }
 
+Json directionSetJson(const kxContactDiagram& diagram)
+{
+    Json directions = Json::array();
+    for (unsigned k = 0; k < diagram.getNoDirections(); ++k)
+        directions.push_back(vectorJson(diagram.getDirectionFromId(k)));
+    return directions;
+}
+
 Json keepTogetherJson(const Plan& plan)
 {
     Json sets = Json::array();
@@ -121,9 +129,6 @@ Json contactsReport(const Plan& plan)
                             {"directions", directions},
                             {"directionIds", diagram.getDisassemblyDirectionIds(e)}});
     }
-    Json directionSet = Json::array();
-    for (unsigned k = 0; k < diagram.getNoDirections(); ++k)
-        directionSet.push_back(vectorJson(diagram.getDirectionFromId(k)));
     Json timings = Json::object();
     double total = 0.0;
     for (const StageTiming& t : plan.timings()) {
@@ -132,7 +137,7 @@ Json contactsReport(const Plan& plan)
     }
     timings["totalMs"] = total;
     report["contacts"] = contacts;
-    report["directions"] = directionSet;
+    report["directions"] = directionSetJson(diagram);
     report["settings"] = {{"threads", plan.threads()}, {"angleTolerance", plan.angleTolerance()}};
     report["timings"] = timings;
     return report;
@@ -180,6 +185,7 @@ Json removalReport(const Plan& plan, const RemovalProcedure& removal)
                          {"target", last}});
     }
     Json report = assemblyReport(assembly);
+    report["directions"] = directionSetJson(plan.diagram());
     report["removal"] = {{"part", assembly.parts[removal.part].name},
                          {"group", removal.group},
                          {"steps", steps}};
