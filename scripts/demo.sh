@@ -13,7 +13,7 @@ velmora=./build/release/tools/velmora/velmora
 if [ "$#" -le 1 ] && [ "${1:-}" != "--list" ] && [ "${1:-}" != "--help" ]; then
     name="${1:-stack}"
     mkdir -p build/demo
-    "$velmora" demo "$name" -o "build/demo/$name.json" --gltf "build/demo/$name.glb"
+    "$velmora" demo "$name" -o "build/demo/$name.json"
     echo "demo: plan in build/demo/$name.json, exploded view in build/demo/$name.glb"
 else
     "$velmora" demo "$@"

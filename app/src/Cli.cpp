@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <ostream>
 
@@ -329,6 +330,11 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
     return kExitOk;
 }
 
+std::string viewBesideReport(const std::string& report)
+{
+    return std::filesystem::path(report).replace_extension(".glb").string();
+}
+
 int runDemo(const std::string& name, bool list, const PlanFlags& flags, const std::string& output,
             const std::string& glb, std::ostream& out, std::ostream& err)
 {
@@ -350,9 +356,11 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     err << "velmora: " << name << ": " << assembly.parts.size() << " parts, " << plan->diagram().getNoContacts()
         << " contacts, " << splits << " splits, "
         << plan->builder().getNoDistantConstraints() << " distant blocking constraints\n";
-    if (!glb.empty()) {
+    // The exploded view goes beside a report written to a file.
+    const std::string viewPath = !glb.empty() || output == "-" ? glb : viewBesideReport(output);
+    if (!viewPath.empty()) {
         ExplodeFlags explode;
-        explode.glb = glb;
+        explode.glb = viewPath;
         writeExplodedView(*plan, explode, flags.verbose, Json::object(), out, err);
     }
     writeJson(report, file);
@@ -425,7 +433,8 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     demo->add_option("name", demoName, "Sample assembly (see --list)")->capture_default_str();
     demo->add_flag("--list", demoList, "List the sample assemblies");
     addOutputFlag(*demo, demoOutput, "Report");
-    demo->add_option("--gltf", demoGlb, "Also write the exploded view as an animated .glb");
+    demo->add_option("--gltf", demoGlb,
+                     "Write the exploded view as an animated .glb here (default: beside a report file)");
     addPlanFlags(*demo, demoFlags);
 
     try {

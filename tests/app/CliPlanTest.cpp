@@ -224,13 +224,22 @@ TEST_F(CliPlanTest, RemoveListsTheStepsAndWritesThemAsJson)
 
 TEST(CliDemoPlan, DemoPlansTheWholeHierarchyAndWritesTheView)
 {
-    const fs::path glb = fs::temp_directory_path() / "velmora-demo-plan.glb";
+    const fs::path dir = fs::temp_directory_path() / "velmora-demo-plan";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    const fs::path glb = dir / "elsewhere.glb";
     CliRun demo = run({"demo", "lid-on-box", "--gltf", glb.string()});
     ASSERT_EQ(demo.status, velmora::kExitOk) << demo.err;
-    const json report = json::parse(demo.out);
-    expectWellFormedHierarchy(report);
+    expectWellFormedHierarchy(json::parse(demo.out));
     EXPECT_TRUE(fs::exists(glb));
-    fs::remove(glb);
+    EXPECT_NE(demo.err.find("lid-on-box: 2 parts, 1 contacts, 1 splits"), std::string::npos) << demo.err;
+
+    // A report file gets the view beside it.
+    CliRun beside = run({"demo", "lid-on-box", "-o", (dir / "lid.json").string()});
+    ASSERT_EQ(beside.status, velmora::kExitOk) << beside.err;
+    EXPECT_TRUE(fs::exists(dir / "lid.json"));
+    EXPECT_TRUE(fs::exists(dir / "lid.glb"));
+    fs::remove_all(dir);
 }
 
 }  // namespace
