@@ -141,7 +141,7 @@ TEST(ContactFaces, FacesMatchAllPairsOnStructuredMeshes)
         jitterZ(*a, rng, 0.006f);
         jitterZ(*b, rng, 0.006f);
         const Assembly assembly = assemble({a, b});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         expectFacesMatchBruteForce(parts[0], parts[1], 0.008f, 50);
     }
     {
@@ -153,7 +153,7 @@ TEST(ContactFaces, FacesMatchAllPairsOnStructuredMeshes)
         for (int t = 0; t < hole->GetTriangleQuantity(); ++t)
             std::swap(idx[3 * t + 1], idx[3 * t + 2]);
         const Assembly assembly = assemble({peg, hole});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         expectFacesMatchBruteForce(parts[0], parts[1], 0.01f, 20);
         expectFacesMatchBruteForce(parts[1], parts[0], 0.01f, 20);
     }
@@ -162,7 +162,7 @@ TEST(ContactFaces, FacesMatchAllPairsOnStructuredMeshes)
         auto lower = velmora_test::makeTessellatedBox(Vec3f(0, 0, 0), Vec3f(1, 1, 1), 6);
         auto upper = velmora_test::makeTessellatedBox(Vec3f(0.2f, -0.1f, 1.0005f), Vec3f(0.9f, 0.8f, 2), 5);
         const Assembly assembly = assemble({lower, upper});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         expectFacesMatchBruteForce(parts[0], parts[1], 0.001f, 20);
     }
 }
@@ -175,7 +175,7 @@ TEST(ContactFaces, FacesMatchAllPairsOnRandomSoups)
         auto a = velmora_test::makeRandomSoup(rng, 250, Vec3f(-1, -1, -1), Vec3f(1, 1, 1), 0.25f);
         auto b = velmora_test::makeRandomSoup(rng, 200, Vec3f(-0.5f, -1, -1), Vec3f(1.5f, 1, 1), 0.2f);
         const Assembly assembly = assemble({a, b});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         expectFacesMatchBruteForce(parts[0], parts[1], 0.02f + 0.02f * float(trial), 5);
     }
 }
@@ -189,7 +189,7 @@ TEST(ContactFaces, MinDistanceMatchesAllPairs)
         auto a = velmora_test::makeRandomSoup(rng, 150, Vec3f(-1, -1, -1), Vec3f(1, 1, 1), 0.2f);
         auto b = velmora_test::makeRandomSoup(rng, 120, Vec3f(offset, -1, -1), Vec3f(offset + 2, 1, 1), 0.2f);
         const Assembly assembly = assemble({a, b});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         const float expected = bruteForceMinDistance(parts[0], parts[1]);
         const kxContactFaces faces(&parts[0], &parts[1], 0.0f);
         EXPECT_FLOAT_EQ(faces.computeMinDistance(), expected);
@@ -207,7 +207,7 @@ TEST(ContactFaces, MinDistanceMatchesAllPairs)
     auto ball = velmora_test::makeSphere(Vec3f(0.3f, 0.2f, 1.37f), 0.5f, 12, 24);
     auto plate = velmora_test::makeGrid(Vec3f(-1, -1, 0), Vec3f(2, 0, 0), Vec3f(0, 2, 0), 9, 9);
     const Assembly assembly = assemble({ball, plate});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
     Vec3f pa, pb;
     EXPECT_FLOAT_EQ(kxContactFaces(&parts[0], &parts[1], 0.0f).computeMinDistance(pa, pb),
                     bruteForceMinDistance(parts[0], parts[1]));
@@ -219,7 +219,7 @@ TEST(ContactFaces, SquaresFaceToFaceAndStacked)
 {
     {
         const Assembly assembly = assemble({square(0, true), square(0, false)});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         Contacts contacts;
         const float tolerance = kxContactFaces::ProcessParts(parts, contacts);
         EXPECT_FLOAT_EQ(tolerance, 0.001f);
@@ -231,7 +231,7 @@ TEST(ContactFaces, SquaresFaceToFaceAndStacked)
     }
     {
         const Assembly assembly = assemble({square(0, true), square(0, true)});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         Contacts contacts{{7, 8, {1}, {2}}};
         kxContactFaces::ProcessParts(parts, contacts);
         EXPECT_TRUE(contacts.empty()) << "equal normals never touch";
@@ -251,7 +251,7 @@ TEST(ContactFaces, GapEqualToTheToleranceIsNoContact)
     for (const float gap : {tolerance, std::nextafter(tolerance, 0.0f)}) {
         SCOPED_TRACE(gap);
         const Assembly assembly = assemble({partA(), square(gap, false)});
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
         Contacts contacts;
         EXPECT_EQ(kxContactFaces::ProcessParts(parts, contacts), tolerance);
         EXPECT_EQ(contacts.size(), gap < tolerance ? 1u : 0u);
@@ -313,7 +313,7 @@ TEST(ContactFaces, ProcessPartsMatchesAllPairsOnAnAssembly)
         meshes.push_back(velmora_test::makeRandomSoup(rng, 60, Vec3f(float(i), 0.8f, 0.8f),
                                                       Vec3f(float(i) + 1.2f, 1.4f, 1.4f), 0.2f));
     const Assembly assembly = assemble(meshes);
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
     Contacts contacts;
     const float tolerance = kxContactFaces::ProcessParts(parts, contacts);
     EXPECT_FLOAT_EQ(tolerance, 0.001f * 5.0f);
@@ -365,7 +365,7 @@ TEST(ContactFaces, ProcessPartsIsReentrant)
                                                               Vec3f(float(i) + 1, float(j) + 1, 1), 4));
     }
     const Assembly assembly = assemble(meshes);
-        const auto& parts = assembly.parts;
+    const auto& parts = assembly.parts;
     Contacts reference;
     kxContactFaces::ProcessParts(parts, reference);
     // 12 face-to-face neighbours and 8 diagonal ones whose side faces meet along an edge.
