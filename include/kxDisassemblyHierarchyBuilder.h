@@ -216,6 +216,8 @@ private:
     void cloneSplitConfiguration(const kxDisassemblyHierarchy& reference, unsigned node, unsigned& splitDirection,
                                  kx2SATState& set) const;
     void runSplitPass(bool hardDistant);
+    // The node's system: its range of solver columns.
+    kx2SATSystemRoot systemRoot(unsigned node) const;
     void logSolverTime() const;
 
     // Split one node's records by `set`: edges, group ordering, children, systems.

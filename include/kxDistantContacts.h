@@ -60,7 +60,6 @@
 #include "Wm4.h"
 #include "kxCommonAddOns.h"
 #include "kxDisassemblyHierarchyBuilder.h"
-#include "kxMiniThreadPool.h"
 #include "kxProgressNotifierInterface.h"
 #include "kxSceneGraph.h"
 
@@ -151,7 +150,7 @@ private:
     void countFacingHits(unsigned otherMesh, const tRay& ray, const kx::kxVertexBuffer& samples, unsigned noSamples,
                          unsigned& hits, float& nearest) const;
     void collectBlockings(unsigned group, unsigned row, tThreadScratch& scratch) const;
-    void pushConstraints(std::vector<tBlocking>& found);
+    void pushConstraints(const std::vector<tBlocking>& found);
 
     kxDisassemblyHierarchyBuilder& mBuilder;
     const kxMeshGroups& mMeshGroups;

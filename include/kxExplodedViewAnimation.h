@@ -54,7 +54,7 @@
 #include <vector>
 
 #include "Wm4.h"
-#include "kxCommonAddOns.h"
+#include "kxBBox.h"
 #include "kxExplosionDiagram.h"
 #include "kxSceneGraph.h"
 
@@ -128,7 +128,8 @@ private:
     tKeyFrames buildGroupKeyFrames(unsigned group, const tKeyFrameMap& keyFrames, unsigned finalTime) const;
     // Applies the play style and turns time indices into seconds.
     void applyPlayStyle(tKeyFrames& keys, unsigned finalTime) const;
-    void attachControllers(unsigned group, const tKeyFrames& keys);
+    // Hands the keys to the controllers of the group's meshes.
+    void attachControllers(unsigned group, tKeyFrames&& keys);
 
     const kxMeshGroups* mMeshGroups;
     const kxDisassemblyHierarchy* mHierarchy;

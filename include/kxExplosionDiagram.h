@@ -172,11 +172,6 @@ private:
     // Helpers of the passes.
     bool isInSecondChild(unsigned node, unsigned group) const;
     const tBoundingPlanesMinMax& prism(const tPrisms& planes, unsigned group, unsigned dirId) const;
-    static Wm4::Vector3<float> acrossDirection(const Wm4::Vector3<float>& delta, const Wm4::Vector3<float>& d);
-    static tBoundingPlanesMinMax shiftedPrism(const tBoundingPlanesMinMax& prism,
-                                              const tOrthogonalDirectionSet& directions,
-                                              const Wm4::Vector3<float>& translation);
-    static bool overlapAcross(const tBoundingPlanesMinMax& p, const tBoundingPlanesMinMax& q);
     // Work prisms of the node's groups on the node's direction set: shifted by
     // their final translations (fromFinal) or by their translations relative
     // to the node, plus `secondChildCorrection` in the second child.

@@ -148,4 +148,13 @@ unsigned groupOfPart(const Assembly& assembly, unsigned part)
     throw std::out_of_range("part " + std::to_string(part) + " is in no group");
 }
 
+std::vector<std::string> partNamesOf(const Assembly& assembly, const std::vector<unsigned>& groups)
+{
+    std::vector<std::string> names;
+    for (unsigned g : groups)
+        for (unsigned p : assembly.groups[g].parts)
+            names.push_back(assembly.parts[p].name);
+    return names;
+}
+
 }  // namespace velmora

@@ -63,7 +63,8 @@ void addOutputFlag(CLI::App& command, std::string& output, const std::string& wh
     command.add_option("-o,--output", output, what + " file, or - for standard output");
 }
 
-void addPlanFlags(CLI::App& command, PlanFlags& flags)
+// The planner's flags; with `hierarchy`, also those of the hierarchy search.
+void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
 {
     command.add_option("--threads", flags.threads, "Worker threads (0: one per hardware thread)")
         ->check(CLI::Range(0u, 256u))
@@ -72,10 +73,8 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags)
         ->check(CLI::Range(0.001f, 89.999f))
         ->capture_default_str();
     command.add_flag("-v,--verbose", flags.verbose, "Show the library's progress lines on standard error");
-}
-
-void addHierarchyFlags(CLI::App& command, PlanFlags& flags)
-{
+    if (!hierarchy)
+        return;
     command.add_flag("--no-distant", flags.noDistant,
                      "Ignore parts that block each other without touching (faster, less safe splits)");
     command.add_option("--keep-together", flags.keepTogether,
@@ -176,41 +175,37 @@ int runInfo(const InputFlags& inputs, const std::string& output, std::ostream& o
     return kExitOk;
 }
 
-int runContacts(const InputFlags& inputs, const PlanFlags& flags, const std::string& output, std::ostream& out,
-                std::ostream& err)
+// The contacts report, or with `hierarchy` the plan report, of the inputs.
+int runPlanReport(const InputFlags& inputs, const PlanFlags& flags, bool hierarchy, const std::string& output,
+                  std::ostream& out, std::ostream& err)
 {
     OutputFile file(output, out);  // fail on an unwritable output before the work
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const double importMs = timer.getElapsedMs();
+    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, hierarchy, err);
     Json report = inputsJson(inputs);
-    report.update(contactsReport(*runPlanner(assembly, flags, false, err)));
+    report.update(hierarchy ? planReport(*plan) : contactsReport(*plan));
     addImportTime(report, importMs);
     writeJson(report, file);
     return kExitOk;
 }
 
-int runPlan(const InputFlags& inputs, const PlanFlags& flags, const std::string& output, std::ostream& out,
-            std::ostream& err)
+// The report file a command writes beside its glTF when `report` names one
+// (null otherwise); opened before the work so an unwritable path fails early.
+std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const std::string& glb,
+                                               std::ostream& out)
 {
-    OutputFile file(output, out);
-    kx::kxTimer timer;
-    const Assembly assembly = importWithWarnings(inputs, err);
-    const double importMs = timer.getElapsedMs();
-    Json report = inputsJson(inputs);
-    report.update(planReport(*runPlanner(assembly, flags, true, err)));
-    addImportTime(report, importMs);
-    writeJson(report, file);
-    return kExitOk;
+    if (glb == "-" && report == "-")
+        throw InputError("the glTF and the report cannot both go to standard output");
+    return report.empty() ? nullptr : std::make_unique<OutputFile>(report, out);
 }
 
-// Explodes a planned assembly, writes the GLB and, when asked, the report.
-void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, Json report, std::ostream& out,
-                       std::ostream& err)
+// Explodes a planned assembly, writes the GLB and, when `reportFile` is
+// given, `report` completed with the exploded view.
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* reportFile,
+                       Json report, std::ostream& err)
 {
-    std::unique_ptr<OutputFile> reportFile;
-    if (!flags.report.empty())
-        reportFile = std::make_unique<OutputFile>(flags.report, out);
     ExplodeOptions options = flags.options;
     options.staticPose = flags.pose == "exploded";
     kx::kxTimer timer;
@@ -238,15 +233,14 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
                std::ostream& err)
 {
-    if (explode.glb == "-" && explode.report == "-")
-        throw InputError("the glTF and the report cannot both go to standard output");
+    const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     Json report = inputsJson(inputs);
     report["timings"]["importMs"] = importMs;
-    writeExplodedView(*plan, explode, flags.verbose, report, out, err);
+    writeExplodedView(*plan, explode, flags.verbose, reportFile.get(), report, err);
     return kExitOk;
 }
 
@@ -262,9 +256,8 @@ std::string formatDirection(const Wm4::Vector3<double>& d)
 std::string joinedPartNames(const Assembly& assembly, const std::vector<unsigned>& groups)
 {
     std::string names;
-    for (unsigned g : groups)
-        for (unsigned p : assembly.groups[g].parts)
-            names += (names.empty() ? "" : ", ") + assembly.parts[p].name;
+    for (const std::string& name : partNamesOf(assembly, groups))
+        names += (names.empty() ? "" : ", ") + name;
     return names;
 }
 
@@ -288,11 +281,7 @@ void printRemovalSteps(const Assembly& assembly, const RemovalProcedure& removal
 int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
               std::ostream& err)
 {
-    if (remove.glb == "-" && remove.report == "-")
-        throw InputError("the glTF and the report cannot both go to standard output");
-    std::unique_ptr<OutputFile> reportFile;
-    if (!remove.report.empty())
-        reportFile = std::make_unique<OutputFile>(remove.report, out);
+    const std::unique_ptr<OutputFile> reportFile = openOptionalReport(remove.report, remove.glb, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
@@ -310,22 +299,15 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
     if (reportFile) {
         Json report = inputsJson(inputs);
         report.update(removalReport(*plan, removal));
-        report["settings"] = {{"threads", plan->threads()},
-                              {"angleTolerance", plan->angleTolerance()},
-                              {"distantContacts", plan->distantContacts()}};
-        Json timings = Json::object();
-        for (const StageTiming& t : plan->timings())
-            timings[t.stage + "Ms"] = t.milliseconds;
-        timings["importMs"] = importMs;
-        timings["removalMs"] = removalMs;
-        report["timings"] = timings;
+        report["timings"]["importMs"] = importMs;
+        report["timings"]["removalMs"] = removalMs;
         writeJson(report, *reportFile);
     }
     if (!remove.glb.empty()) {
         ExplodeFlags steps;
         steps.glb = remove.glb;
         steps.options.policy = 0;  // one step after the other
-        writeExplodedView(*plan, steps, flags.verbose, Json::object(), out, err);
+        writeExplodedView(*plan, steps, flags.verbose, nullptr, Json::object(), err);
     }
     return kExitOk;
 }
@@ -361,7 +343,7 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     if (!viewPath.empty()) {
         ExplodeFlags explode;
         explode.glb = viewPath;
-        writeExplodedView(*plan, explode, flags.verbose, Json::object(), out, err);
+        writeExplodedView(*plan, explode, flags.verbose, nullptr, Json::object(), err);
     }
     writeJson(report, file);
     return kExitOk;
@@ -378,64 +360,52 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     app.require_subcommand(1);
     app.footer("Exit status: 0 success, 2 bad usage, 3 bad input, 4 internal error.");
 
-    InputFlags infoInputs;
-    std::string infoOutput = "-";
-    CLI::App* info = app.add_subcommand("info", "Import an assembly and report its parts, groups and bounds");
-    addInputFlags(*info, infoInputs);
-    addOutputFlag(*info, infoOutput, "Report");
+    // Only one command runs, so all of them share the flags they have in common.
+    InputFlags inputs;
+    PlanFlags planning;
+    std::string report = "-";
 
-    InputFlags contactInputs;
-    PlanFlags contactFlags;
-    std::string contactOutput = "-";
+    CLI::App* info = app.add_subcommand("info", "Import an assembly and report its parts, groups and bounds");
+    addInputFlags(*info, inputs);
+    addOutputFlag(*info, report, "Report");
+
     CLI::App* contacts = app.add_subcommand(
         "contacts", "Report the contacts between parts, their removal directions and the direction set");
-    addInputFlags(*contacts, contactInputs);
-    addOutputFlag(*contacts, contactOutput, "Report");
-    addPlanFlags(*contacts, contactFlags);
+    addInputFlags(*contacts, inputs);
+    addOutputFlag(*contacts, report, "Report");
+    addPlanFlags(*contacts, planning, false);
 
-    InputFlags planInputs;
-    PlanFlags planFlags;
-    std::string planOutput = "-";
     CLI::App* plan = app.add_subcommand("plan", "Report the contacts and the disassembly hierarchy");
-    addInputFlags(*plan, planInputs);
-    addOutputFlag(*plan, planOutput, "Report");
-    addPlanFlags(*plan, planFlags);
-    addHierarchyFlags(*plan, planFlags);
+    addInputFlags(*plan, inputs);
+    addOutputFlag(*plan, report, "Report");
+    addPlanFlags(*plan, planning, true);
 
-    InputFlags explodeInputs;
-    PlanFlags explodePlanFlags;
     ExplodeFlags explodeFlags;
     CLI::App* explode = app.add_subcommand("explode", "Write the exploded view as an animated binary glTF (.glb)");
-    addInputFlags(*explode, explodeInputs);
+    addInputFlags(*explode, inputs);
     explode->add_option("-o,--output", explodeFlags.glb, "The .glb file, or - for standard output")->required();
     explode->add_option("--report", explodeFlags.report, "Also write the plan and the offsets as JSON");
-    addPlanFlags(*explode, explodePlanFlags);
-    addHierarchyFlags(*explode, explodePlanFlags);
+    addPlanFlags(*explode, planning, true);
     addExplodeFlags(*explode, explodeFlags);
 
-    InputFlags removeInputs;
-    PlanFlags removePlanFlags;
     RemoveFlags removeFlags;
     CLI::App* remove = app.add_subcommand("remove", "List the ordered steps that take one part out");
-    addInputFlags(*remove, removeInputs);
+    addInputFlags(*remove, inputs);
     remove->add_option("--part", removeFlags.part, "Name of the part to take out")->required();
     remove->add_option("-o,--output", removeFlags.report, "Also write the steps as JSON (- for standard output)");
     remove->add_option("--gltf", removeFlags.glb, "Also write the steps as an animated .glb");
-    addPlanFlags(*remove, removePlanFlags);
-    addHierarchyFlags(*remove, removePlanFlags);
+    addPlanFlags(*remove, planning, true);
 
     std::string demoName = "stack";
     bool demoList = false;
-    PlanFlags demoFlags;
-    std::string demoOutput = "-";
     std::string demoGlb;
     CLI::App* demo = app.add_subcommand("demo", "Plan a built-in sample assembly and report it");
     demo->add_option("name", demoName, "Sample assembly (see --list)")->capture_default_str();
     demo->add_flag("--list", demoList, "List the sample assemblies");
-    addOutputFlag(*demo, demoOutput, "Report");
+    addOutputFlag(*demo, report, "Report");
     demo->add_option("--gltf", demoGlb,
                      "Write the exploded view as an animated .glb here (default: beside a report file)");
-    addPlanFlags(*demo, demoFlags);
+    addPlanFlags(*demo, planning, false);
 
     try {
         app.parse(argc, argv);
@@ -455,17 +425,15 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
 
     try {
         if (info->parsed())
-            return runInfo(infoInputs, infoOutput, out, err);
-        if (contacts->parsed())
-            return runContacts(contactInputs, contactFlags, contactOutput, out, err);
-        if (plan->parsed())
-            return runPlan(planInputs, planFlags, planOutput, out, err);
+            return runInfo(inputs, report, out, err);
+        if (contacts->parsed() || plan->parsed())
+            return runPlanReport(inputs, planning, plan->parsed(), report, out, err);
         if (explode->parsed())
-            return runExplode(explodeInputs, explodePlanFlags, explodeFlags, out, err);
+            return runExplode(inputs, planning, explodeFlags, out, err);
         if (remove->parsed())
-            return runRemove(removeInputs, removePlanFlags, removeFlags, out, err);
+            return runRemove(inputs, planning, removeFlags, out, err);
         if (demo->parsed())
-            return runDemo(demoName, demoList, demoFlags, demoOutput, demoGlb, out, err);
+            return runDemo(demoName, demoList, planning, report, demoGlb, out, err);
     } catch (const InputError& e) {
         err << "velmora: error: " << e.what() << "\n";
         return kExitInput;

@@ -3,14 +3,15 @@
 // accessor in its own 4-byte aligned buffer view.
 #include "velmora/GltfExport.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
+#include "kxBBox.h"
 #include "velmora/OutputFile.h"
 
 namespace velmora {
@@ -93,7 +94,7 @@ PartGeometry partGeometry(const kx::kxTriMesh& mesh)
     if (vertices == nullptr)
         return out;
     const bool mirrored = mesh.World.GetMatrix().Determinant() < 0.0f;
-    const std::vector<uint32_t> corners = triangleCorners(mesh, mirrored);
+    std::vector<uint32_t> corners = triangleCorners(mesh, mirrored);
     if (corners.empty())
         return out;
     std::vector<Vec3f> world(size_t(vertices->GetVertexQuantity()));
@@ -102,7 +103,7 @@ PartGeometry partGeometry(const kx::kxTriMesh& mesh)
 
     if (transformedVertexNormals(mesh, out.normals)) {
         out.positions = std::move(world);
-        out.indices = corners;
+        out.indices = std::move(corners);
         return out;
     }
     // Flat shading: three vertices of its own per triangle; a triangle
@@ -152,15 +153,11 @@ public:
     {
         const int accessor = addAccessor(data, "VEC3", kFloat, target);
         if (withBounds) {
-            Vec3f lo = data.front(), hi = data.front();
-            for (const Vec3f& p : data) {
-                for (int k = 0; k < 3; ++k) {
-                    lo[k] = std::min(lo[k], p[k]);
-                    hi[k] = std::max(hi[k], p[k]);
-                }
-            }
-            mJson["accessors"][size_t(accessor)]["min"] = {lo.X(), lo.Y(), lo.Z()};
-            mJson["accessors"][size_t(accessor)]["max"] = {hi.X(), hi.Y(), hi.Z()};
+            kx::kxBBox bounds(data.front(), data.front());
+            for (const Vec3f& p : data)
+                bounds.selfExpand(p);
+            mJson["accessors"][size_t(accessor)]["min"] = {bounds.min.X(), bounds.min.Y(), bounds.min.Z()};
+            mJson["accessors"][size_t(accessor)]["max"] = {bounds.max.X(), bounds.max.Y(), bounds.max.Z()};
         }
         return accessor;
     }

@@ -61,6 +61,16 @@ std::unique_ptr<kxGroupsClustering> makeClustering(const std::vector<std::vector
 
 }  // namespace
 
+std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned node)
+{
+    const kxDisassemblyHierarchy::tTreeNode& range = hierarchy.getNode(node);
+    std::vector<unsigned> groups;
+    for (unsigned k = range.start; k < range.start + range.noGroups; ++k)
+        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
+    std::sort(groups.begin(), groups.end());
+    return groups;
+}
+
 std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& options)
 {
     if (!(options.angleTolerance > 0.0f && options.angleTolerance < 90.0f))

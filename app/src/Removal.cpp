@@ -46,9 +46,8 @@ std::vector<unsigned> groupsOfNodes(const kxDisassemblyHierarchy& hierarchy, con
 {
     std::vector<unsigned> groups;
     for (unsigned i = first; i < first + count; ++i) {
-        const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(ordering[i]);
-        for (unsigned k = node.start; k < node.start + node.noGroups; ++k)
-            groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
+        const std::vector<unsigned> nodeGroups = groupsOfNode(hierarchy, ordering[i]);
+        groups.insert(groups.end(), nodeGroups.begin(), nodeGroups.end());
     }
     std::sort(groups.begin(), groups.end());
     return groups;

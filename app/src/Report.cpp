@@ -1,7 +1,5 @@
 #include "velmora/Report.h"
 
-#include <algorithm>
-
 #include "VelmoraVersion.h"
 
 namespace velmora {
@@ -20,30 +18,11 @@ Json nodeOrNull(unsigned node)
     return node == kNoNode ? Json(nullptr) : Json(node);
 }
 
-std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned id)
-{
-    const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(id);
-    std::vector<unsigned> groups;
-    for (unsigned k = node.start; k < node.start + node.noGroups; ++k)
-        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
-    std::sort(groups.begin(), groups.end());
-    return groups;
-}
-
 Json groupNames(const Assembly& assembly, const std::vector<unsigned>& groups)
 {
     Json names = Json::array();
     for (unsigned g : groups)
         names.push_back(assembly.groups[g].name);
-    return names;
-}
-
-Json partNames(const Assembly& assembly, const std::vector<unsigned>& groups)
-{
-    Json names = Json::array();
-    for (unsigned g : groups)
-        for (unsigned p : assembly.groups[g].parts)
-            names.push_back(assembly.parts[p].name);
     return names;
 }
 
@@ -72,6 +51,15 @@ Json directionSetJson(const kxContactDiagram& diagram)
     for (unsigned k = 0; k < diagram.getNoDirections(); ++k)
         directions.push_back(vectorJson(diagram.getDirectionFromId(k)));
     return directions;
+}
+
+// Milliseconds per stage of the plan, as "<stage>Ms".
+Json stageTimingsJson(const Plan& plan)
+{
+    Json timings = Json::object();
+    for (const StageTiming& t : plan.timings())
+        timings[t.stage + "Ms"] = t.milliseconds;
+    return timings;
 }
 
 Json keepTogetherJson(const Plan& plan)
@@ -129,12 +117,10 @@ Json contactsReport(const Plan& plan)
                             {"directions", directions},
                             {"directionIds", diagram.getDisassemblyDirectionIds(e)}});
     }
-    Json timings = Json::object();
+    Json timings = stageTimingsJson(plan);
     double total = 0.0;
-    for (const StageTiming& t : plan.timings()) {
-        timings[t.stage + "Ms"] = t.milliseconds;
+    for (const StageTiming& t : plan.timings())
         total += t.milliseconds;
-    }
     timings["totalMs"] = total;
     report["contacts"] = contacts;
     report["directions"] = directionSetJson(diagram);
@@ -179,7 +165,7 @@ Json removalReport(const Plan& plan, const RemovalProcedure& removal)
         const bool last = step.sense == 0;
         steps.push_back({{"step", s + 1},
                          {"groups", step.groups},
-                         {"parts", partNames(assembly, step.groups)},
+                         {"parts", partNamesOf(assembly, step.groups)},
                          {"directionId", last ? Json(nullptr) : Json(step.directionId)},
                          {"direction", last ? Json(nullptr) : vectorJson(step.direction)},
                          {"target", last}});
@@ -189,6 +175,10 @@ Json removalReport(const Plan& plan, const RemovalProcedure& removal)
     report["removal"] = {{"part", assembly.parts[removal.part].name},
                          {"group", removal.group},
                          {"steps", steps}};
+    report["settings"] = {{"threads", plan.threads()},
+                          {"angleTolerance", plan.angleTolerance()},
+                          {"distantContacts", plan.distantContacts()}};
+    report["timings"] = stageTimingsJson(plan);
     return report;
 }
 

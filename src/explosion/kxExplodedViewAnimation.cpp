@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <utility>
 
 #include "kxHierarchyWalk.h"
 
@@ -75,7 +76,7 @@ void kxExplodedViewAnimation::createKeyFrameControllers()
     for (unsigned group = 0; group < keyFrames.size(); ++group) {
         tKeyFrames keys = buildGroupKeyFrames(group, keyFrames[group], finalTime);
         applyPlayStyle(keys, finalTime);
-        attachControllers(group, keys);
+        attachControllers(group, std::move(keys));
     }
 }
 
@@ -158,9 +159,8 @@ bool kxExplodedViewAnimation::movingSideCrossesSplit(unsigned node, unsigned enc
         const unsigned position = mHierarchy->getOrderedIndexFromGroupId(group);
         return position >= moving.start && position < moving.start + moving.noGroups;
     };
-    const unsigned firstEdge = builder.getNodeMetadata(enclosing).firstEdge;
-    const unsigned endEdge = builder.getNodeMetadata(mHierarchy->getNode(enclosing).firstChild).firstEdge;
-    for (unsigned e = firstEdge; e < endEdge; ++e) {
+    const kxHierarchyWalk::tEdgeRange edges = kxHierarchyWalk::crossingEdges(builder, enclosing);
+    for (unsigned e = edges.first; e < edges.end; ++e) {
         const kxDisassemblyHierarchyBuilder::tDynamicEdgeData& edge = builder.getEdgeData(e);
         if (inMovingSide(edge.groupA) || inMovingSide(edge.groupB))
             return true;
@@ -285,10 +285,11 @@ void kxExplodedViewAnimation::applyPlayStyle(tKeyFrames& keys, unsigned finalTim
         time *= secondsPerIndex;
 }
 
-void kxExplodedViewAnimation::attachControllers(unsigned group, const tKeyFrames& keys)
+void kxExplodedViewAnimation::attachControllers(unsigned group, tKeyFrames&& keys)
 {
-    kx::kxPointer<kx::kxTSharedArray<float>> times = new kx::kxTSharedArray<float>(keys.times);
-    kx::kxPointer<kx::kxTSharedArray<Vec3f>> translations = new kx::kxTSharedArray<Vec3f>(keys.translations);
+    kx::kxPointer<kx::kxTSharedArray<float>> times = new kx::kxTSharedArray<float>(std::move(keys.times));
+    kx::kxPointer<kx::kxTSharedArray<Vec3f>> translations =
+        new kx::kxTSharedArray<Vec3f>(std::move(keys.translations));
     for (unsigned i = 0; i < mMeshGroups->getGroupSize(group); ++i) {
         kx::kxTriMesh* mesh = mMeshGroups->editMeshFromGroup(group, i);
         if (mesh == nullptr)

@@ -1,6 +1,5 @@
-// kxExplosionDiagram: the bounding prisms every separation test runs on, the
-// alignment step between the moving-side choice and the translation passes,
-// and baking the final translations into the scene and back out.
+// kxExplosionDiagram: the bounding prisms every separation test runs on, and
+// baking the final translations into the scene and back out.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -71,8 +70,6 @@ void kxExplosionDiagram::fixTranslationAlignment(const tDirectionSets&, const tP
 
 void kxExplosionDiagram::applyTranslationToMeshes(float sign) const
 {
-    if (mMeshGroups->mGroupStart.size() <= 1)
-        return;
     for (unsigned group = 0; group < mMeshGroups->getNoGroups(); ++group) {
         const Vec3f& translation = mFinalPerGroupTranslations[group];
         for (unsigned i = 0; i < mMeshGroups->getGroupSize(group); ++i) {

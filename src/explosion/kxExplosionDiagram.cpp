@@ -10,6 +10,7 @@
 
 #include "kxHierarchyWalk.h"
 
+using kxHierarchyWalk::crossingEdges;
 using kxHierarchyWalk::forEachGroup;
 using kxHierarchyWalk::isInnerNode;
 using Vec3f = Wm4::Vector3<float>;
@@ -70,10 +71,7 @@ kxExplosionDiagram::kxExplosionDiagram(const kxDisassemblyHierarchyBuilder& buil
       mFinalPerGroupTranslations(builder.getMeshGroups().getNoGroups(), Vec3f::ZERO),
       mGroupMinSplitDistances(builder.getMeshGroups().getNoGroups(), 0.0f)
 {
-    const unsigned noNodes = mHierarchy->getNoNodes();
-    mSplitData.reserve(noNodes);
-    mPerSplitTranslations.reserve(noNodes);
-    mAxes.reserve(noNodes);
+    mAxes.reserve(mHierarchy->getNoNodes());
 }
 
 kxExplosionDiagram::~kxExplosionDiagram() = default;
@@ -184,13 +182,11 @@ kxExplosionDiagram::tSplitData kxExplosionDiagram::computeSplitData(unsigned nod
 bool kxExplosionDiagram::findContactPair(unsigned node, const tPrisms& planes, tSplitData& split, unsigned& a,
                                          unsigned& b) const
 {
-    const kxDisassemblyHierarchy::tTreeNode& tree = mHierarchy->getNode(node);
-    const unsigned dirId = tree.splitId;
-    const unsigned firstEdge = mBuilder->getNodeMetadata(node).firstEdge;
-    const unsigned endEdge = mBuilder->getNodeMetadata(tree.firstChild).firstEdge;
+    const unsigned dirId = mHierarchy->getNode(node).splitId;
+    const kxHierarchyWalk::tEdgeRange edges = crossingEdges(*mBuilder, node);
     bool anyActive = false;
     float bestDepth = -kInfinity;
-    for (unsigned e = firstEdge; e < endEdge; ++e) {
+    for (unsigned e = edges.first; e < edges.end; ++e) {
         const kxDisassemblyHierarchyBuilder::tDynamicEdgeData& edge = mBuilder->getEdgeData(e);
         if (edge.isDistant != 0)
             continue;
@@ -229,9 +225,8 @@ void kxExplosionDiagram::markProximityCandidates(unsigned node)
     // group is marked and every group of both children is considered.
     const unsigned related = mBuilder->getNodeMetadata(node).relatedNode;
     if (related != kNone && isInnerNode(*mHierarchy, related)) {
-        const unsigned firstEdge = mBuilder->getNodeMetadata(related).firstEdge;
-        const unsigned endEdge = mBuilder->getNodeMetadata(mHierarchy->getNode(related).firstChild).firstEdge;
-        for (unsigned e = firstEdge; e < endEdge; ++e) {
+        const kxHierarchyWalk::tEdgeRange edges = crossingEdges(*mBuilder, related);
+        for (unsigned e = edges.first; e < edges.end; ++e) {
             const kxDisassemblyHierarchyBuilder::tDynamicEdgeData& edge = mBuilder->getEdgeData(e);
             if (edge.isDistant != 0)
                 continue;

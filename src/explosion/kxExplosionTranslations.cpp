@@ -13,6 +13,48 @@ using Vec3f = Wm4::Vector3<float>;
 
 namespace {
 
+using tPrism = kxExplosionDiagram::tBoundingPlanesMinMax;
+
+// The part of `delta` perpendicular to the unit direction d, negated.
+Vec3f acrossDirection(const Vec3f& delta, const Vec3f& d) { return -(delta - d * d.Dot(delta)); }
+
+// The prism of a group moved by `translation`.
+tPrism shiftedPrism(const tPrism& prism, const kxExplosionDiagram::tOrthogonalDirectionSet& directions,
+                    const Vec3f& translation)
+{
+    tPrism shifted;
+    for (int k = 0; k < 5; ++k) {
+        const float offset = translation.Dot(directions.directions[k]);
+        shifted.range[k] = {prism.range[k].min + offset, prism.range[k].max + offset};
+    }
+    return shifted;
+}
+
+// Whether two prisms of one direction set overlap across its axis (on all
+// four perpendicular directions, open intervals).
+bool overlapAcross(const tPrism& p, const tPrism& q)
+{
+    for (int k = 1; k < 5; ++k) {
+        if (p.range[k].min >= q.range[k].max || q.range[k].min >= p.range[k].max)
+            return false;
+    }
+    return true;
+}
+
+// Calls visit(g1, g2) for every group g1 of the split's first child and g2 of
+// its second child whose work prisms overlap across the split axis.
+template <class Visitor>
+void forEachFacingPair(const kxDisassemblyHierarchy& hierarchy, const kxDisassemblyHierarchy::tTreeNode& split,
+                       const std::vector<tPrism>& workPlanes, Visitor&& visit)
+{
+    forEachGroup(hierarchy, split.firstChild, [&](unsigned g1) {
+        forEachGroup(hierarchy, split.secondChild, [&](unsigned g2) {
+            if (overlapAcross(workPlanes[g1], workPlanes[g2]))
+                visit(g1, g2);
+        });
+    });
+}
+
 // Adds the open interval (low, high) (its ends in either order) to a sorted
 // list of disjoint intervals, merging every stored interval it touches.
 void insertForbiddenInterval(std::vector<kxExplosionDiagram::tInterval>& list, float low, float high)
@@ -44,32 +86,6 @@ float firstAdmissibleShift(const std::vector<kxExplosionDiagram::tInterval>& for
 }
 
 }  // namespace
-
-Vec3f kxExplosionDiagram::acrossDirection(const Vec3f& delta, const Vec3f& d)
-{
-    return -(delta - d * d.Dot(delta));
-}
-
-kxExplosionDiagram::tBoundingPlanesMinMax kxExplosionDiagram::shiftedPrism(const tBoundingPlanesMinMax& prism,
-                                                                           const tOrthogonalDirectionSet& directions,
-                                                                           const Vec3f& translation)
-{
-    tBoundingPlanesMinMax shifted;
-    for (int k = 0; k < 5; ++k) {
-        const float offset = translation.Dot(directions.directions[k]);
-        shifted.range[k] = {prism.range[k].min + offset, prism.range[k].max + offset};
-    }
-    return shifted;
-}
-
-bool kxExplosionDiagram::overlapAcross(const tBoundingPlanesMinMax& p, const tBoundingPlanesMinMax& q)
-{
-    for (int k = 1; k < 5; ++k) {
-        if (p.range[k].min >= q.range[k].max || q.range[k].min >= p.range[k].max)
-            return false;
-    }
-    return true;
-}
 
 bool kxExplosionDiagram::isInSecondChild(unsigned node, unsigned group) const
 {
@@ -136,11 +152,8 @@ void kxExplosionDiagram::translationHierarchyIterationBottomUp(unsigned node, co
 
     // The shift along d that clears every pair facing each other across the split.
     float shift = 0.0f;
-    forEachGroup(*mHierarchy, tree.firstChild, [&](unsigned g1) {
-        forEachGroup(*mHierarchy, tree.secondChild, [&](unsigned g2) {
-            if (overlapAcross(workPlanes[g1], workPlanes[g2]))
-                shift = std::max(shift, splitDistance - (workPlanes[g2].range[0].min - workPlanes[g1].range[0].max));
-        });
+    forEachFacingPair(*mHierarchy, tree, workPlanes, [&](unsigned g1, unsigned g2) {
+        shift = std::max(shift, splitDistance - (workPlanes[g2].range[0].min - workPlanes[g1].range[0].max));
     });
 
     const Vec3f translation = d * shift + c;
@@ -190,19 +203,15 @@ void kxExplosionDiagram::translationHierarchyIterationTopDown(unsigned node, con
     // assembled first-below-second through each other.
     float shift = splitDistance - (workPlanes[b].range[0].min - workPlanes[a].range[0].max);
     forbiddenShifts.clear();
-    forEachGroup(*mHierarchy, tree.firstChild, [&](unsigned g1) {
-        forEachGroup(*mHierarchy, tree.secondChild, [&](unsigned g2) {
-            const tBoundingPlanesMinMax& w1 = workPlanes[g1];
-            const tBoundingPlanesMinMax& w2 = workPlanes[g2];
-            if (!overlapAcross(w1, w2))
-                return;
-            const tBoundingPlanesMinMax& p1 = prism(planes, g1, tree.splitId);
-            const tBoundingPlanesMinMax& p2 = prism(planes, g2, tree.splitId);
-            if (p1.range[0].min < p2.range[0].max && overlapAcross(p1, p2))
-                shift = std::max(shift, splitDistance - (w2.range[0].min - w1.range[0].max));
-            insertForbiddenInterval(forbiddenShifts, w1.range[0].min - w2.range[0].max - splitDistance,
-                                    w1.range[0].max - w2.range[0].min + splitDistance);
-        });
+    forEachFacingPair(*mHierarchy, tree, workPlanes, [&](unsigned g1, unsigned g2) {
+        const tPrism& w1 = workPlanes[g1];
+        const tPrism& w2 = workPlanes[g2];
+        const tPrism& p1 = prism(planes, g1, tree.splitId);
+        const tPrism& p2 = prism(planes, g2, tree.splitId);
+        if (p1.range[0].min < p2.range[0].max && overlapAcross(p1, p2))
+            shift = std::max(shift, splitDistance - (w2.range[0].min - w1.range[0].max));
+        insertForbiddenInterval(forbiddenShifts, w1.range[0].min - w2.range[0].max - splitDistance,
+                                w1.range[0].max - w2.range[0].min + splitDistance);
     });
     shift = firstAdmissibleShift(forbiddenShifts, shift);
 
@@ -217,10 +226,6 @@ void kxExplosionDiagram::translationHierarchyIterationTopDown(unsigned node, con
 void kxExplosionDiagram::bakeAxes()
 {
     mAxes.clear();
-    unsigned noSplits = 0;
-    for (unsigned node = 0; node < mSplitData.size(); ++node)
-        noSplits += isInnerNode(*mHierarchy, node);
-    mAxes.reserve(noSplits);
     for (unsigned node = 0; node < mSplitData.size(); ++node) {
         if (!isInnerNode(*mHierarchy, node))
             continue;

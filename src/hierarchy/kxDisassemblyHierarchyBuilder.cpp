@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
 // A direction whose dot product with a basis vector is below this points
 // against it.
 constexpr double kOppositeDot = -0.99;
@@ -63,7 +62,7 @@ kxDisassemblyHierarchyBuilder::kxDisassemblyHierarchyBuilder(kxDisassemblyHierar
       mNoDistantConstraints(0),
       mTotalSolverTime(0.0),
       mVerbose(0),
-      mPool(kxSplitDirectionTester(), std::max(nThreads, 1u), nullptr)
+      mPool(kxSplitDirectionTester(), mNoThreads, nullptr)
 {
     buildDynamicGraph();
     fillEdgeDisassemblyDirectionData();
@@ -75,7 +74,6 @@ kxDisassemblyHierarchyBuilder::~kxDisassemblyHierarchyBuilder() = default;
 void kxDisassemblyHierarchyBuilder::buildDynamicGraph()
 {
     const unsigned noContacts = mContactDiagram->getNoContacts();
-    mEdges.clear();
     mEdges.reserve(noContacts);
     for (unsigned e = 0; e < noContacts; ++e) {
         const kxContactDiagram::tContactEdge& contact = mContactDiagram->getEdgeData(e);
@@ -86,50 +84,39 @@ void kxDisassemblyHierarchyBuilder::buildDynamicGraph()
         edge.contactPoint = mContactDiagram->getContactPoint(e);
         edge.isDistant = 0;
         edge.directions = mContactDiagram->getDisassemblyDirections(e);
-        edge.signedIds.resize(edge.directions.size());
+        const std::vector<unsigned>& diagramIds = mContactDiagram->getDisassemblyDirectionIds(e);
+        edge.signedIds.resize(diagramIds.size());
+        std::transform(diagramIds.begin(), diagramIds.end(), edge.signedIds.begin(), signedIdFromDiagramId);
         mEdges.push_back(std::move(edge));
     }
 }
 
+// Runs in the constructor, when every edge is a contact edge.
 void kxDisassemblyHierarchyBuilder::initializePerGroupDirections()
 {
     const unsigned noGroups = getMeshGroups().getNoGroups();
-    const unsigned noDirections = mContactDiagram->getNoDirections();
-    const unsigned rowWords = (noDirections + 63) / 64;
-    std::vector<uint64_t> admitted(size_t(noGroups) * rowWords, 0);
+    std::vector<kx2SATStateValue> admitted(noGroups, kx2SATStateValue(mContactDiagram->getNoDirections()));
     for (const tDynamicEdgeData& edge : mEdges) {
-        if (edge.isDistant)
-            continue;
         for (const unsigned id : edge.admissibleIds) {
-            const unsigned k = id & kIdMask;
-            const uint64_t bit = uint64_t(1) << (k & 63);
-            admitted[size_t(edge.groupA) * rowWords + k / 64] |= bit;
-            admitted[size_t(edge.groupB) * rowWords + k / 64] |= bit;
+            admitted[edge.groupA]->setTrue(id & kIdMask);
+            admitted[edge.groupB]->setTrue(id & kIdMask);
         }
     }
     mPerGroupDirections.assign(noGroups, {});
-    for (unsigned g = 0; g < noGroups; ++g) {
-        for (unsigned w = 0; w < rowWords; ++w) {
-            for (uint64_t x = admitted[size_t(g) * rowWords + w]; x != 0; x &= x - 1)
-                mPerGroupDirections[g].push_back(64 * w + kx2SATState::lowestBitPosition(x));
-        }
-    }
+    for (unsigned g = 0; g < noGroups; ++g)
+        admitted[g]->forEachTrueVar([&](unsigned k) { mPerGroupDirections[g].push_back(k); });
 }
 
+// Runs in the constructor, when every edge is a contact edge.
 void kxDisassemblyHierarchyBuilder::fillEdgeDisassemblyDirectionData()
 {
     const double tolerance = double(mContactDiagram->getAngleTolerance());
-    const double sinTolerance = std::sin(tolerance * kPi / 180.0);
+    const double sinTolerance = std::sin(tolerance * Wm4::Math<double>::PI / 180.0);
     std::vector<bool> ownIds(mContactDiagram->getNoDirections());
     for (tDynamicEdgeData& edge : mEdges) {
-        if (edge.isDistant)
-            continue;
-        const std::vector<unsigned>& diagramIds = mContactDiagram->getDisassemblyDirectionIds(edge.edgeIndex);
         std::fill(ownIds.begin(), ownIds.end(), false);
-        for (size_t i = 0; i < diagramIds.size(); ++i) {
-            edge.signedIds[i] = signedIdFromDiagramId(diagramIds[i]);
-            ownIds[edge.signedIds[i] & kIdMask] = true;
-        }
+        for (const unsigned id : edge.signedIds)
+            ownIds[id & kIdMask] = true;
         edge.admissibleIds = edge.signedIds;
         widenAdmissibleIds(edge, ownIds, sinTolerance);
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <tuple>
 
 #include "kxSystem.h"
 
@@ -48,13 +49,12 @@ void kxDisassemblyHierarchyBuilder::computeGroupsHierarchyPrivate(unsigned node,
         progress->setProgressRange(double(std::max(noGroups, 2u) - 1));
     clearSubHierarchy(node);
 
-    const tTreeNodeMetadata& metadata = mNodeMetadata[node];
-    const kx2SATSystemRoot systemRoot{metadata.firstColumn, metadata.noColumns};
+    const kx2SATSystemRoot root = systemRoot(node);
     mTotalSolverTime = 0.0;
     for (tThreadResources& resources : mThreads) {
         resources.time = 0.0;
         resources.noJobs = 0;
-        resources.solver->reorderColumns(systemRoot);
+        resources.solver->reorderColumns(root);
     }
 
     kx2SATState scratch(getMeshGroups().getNoGroups());
@@ -76,6 +76,17 @@ void kxDisassemblyHierarchyBuilder::clearSubHierarchy(unsigned node)
     const tTreeNodeMetadata& metadata = mNodeMetadata[node];
     std::sort(mEdges.begin() + metadata.firstEdge, mEdges.begin() + metadata.firstEdge + metadata.noEdges,
               [](const tDynamicEdgeData& a, const tDynamicEdgeData& b) { return a.edgeIndex < b.edgeIndex; });
+}
+
+void kxDisassemblyHierarchyBuilder::swapConstraints(unsigned i, unsigned j)
+{
+    std::swap(mEdges[i], mEdges[j]);
+}
+
+kx2SATSystemRoot kxDisassemblyHierarchyBuilder::systemRoot(unsigned node) const
+{
+    const tTreeNodeMetadata& metadata = mNodeMetadata[node];
+    return {metadata.firstColumn, metadata.noColumns};
 }
 
 void kxDisassemblyHierarchyBuilder::logSolverTime() const
@@ -109,23 +120,17 @@ void kxDisassemblyHierarchyBuilder::splitGroupsCluster(unsigned node, kx2SATStat
     else
         computeBestSplitConfiguration(node, splitDirection, set);
 
-    const unsigned noMoving = set.getNoTrueVars();
-    if (noMoving == 0 || noMoving == noGroups) {
-        if (progress)
-            progress->incrementProgress(1.0);
-        return;
-    }
-    splitNode(node, splitDirection, set);
     if (progress)
         progress->incrementProgress(1.0);
+    const unsigned noMoving = set.getNoTrueVars();
+    if (noMoving == 0 || noMoving == noGroups)
+        return;
+    splitNode(node, splitDirection, set);
 
-    const kxDisassemblyHierarchy::tTreeNode& split = mHierarchy.getNode(node);
-    const unsigned firstChild = split.firstChild;
-    const unsigned secondChild = split.secondChild;
-    if (mHierarchy.getNode(firstChild).noGroups >= 2)
-        splitGroupsCluster(firstChild, set, reference, progress);
-    if (mHierarchy.getNode(secondChild).noGroups >= 2)
-        splitGroupsCluster(secondChild, set, reference, progress);
+    const unsigned firstChild = mHierarchy.getNode(node).firstChild;
+    const unsigned secondChild = mHierarchy.getNode(node).secondChild;
+    splitGroupsCluster(firstChild, set, reference, progress);
+    splitGroupsCluster(secondChild, set, reference, progress);
 }
 
 void kxDisassemblyHierarchyBuilder::cloneSplitConfiguration(const kxDisassemblyHierarchy& reference, unsigned node,
@@ -144,8 +149,7 @@ void kxDisassemblyHierarchyBuilder::computeBestSplitConfiguration(unsigned node,
                                                                   kx2SATState& set)
 {
     const kx::kxTimer timer;
-    const tTreeNodeMetadata& metadata = mNodeMetadata[node];
-    const kx2SATSystemRoot systemRoot{metadata.firstColumn, metadata.noColumns};
+    const kx2SATSystemRoot root = systemRoot(node);
     collectRelaxations(node);
 
     uint64_t bestCost = kNoCost;
@@ -154,14 +158,12 @@ void kxDisassemblyHierarchyBuilder::computeBestSplitConfiguration(unsigned node,
         const bool bakePass = pass % 2 == 0;
         if (bakePass) {
             for (tThreadResources& resources : mThreads)
-                resources.solver->bakeSystem(systemRoot, mClustering, pass == 0);
+                resources.solver->bakeSystem(root, mClustering, pass == 0);
         }
         runSplitPass(bakePass);
         for (const tThreadResources& resources : mThreads) {
-            const bool better = resources.bestCost < bestCost ||
-                                (resources.bestCost == bestCost && resources.bestCost != kNoCost &&
-                                 resources.bestDirection < bestDirection);
-            if (!better)
+            // A thread without a result holds (kNoCost, kNone) and never wins.
+            if (std::tie(resources.bestCost, resources.bestDirection) >= std::tie(bestCost, bestDirection))
                 continue;
             bestCost = resources.bestCost;
             bestDirection = resources.bestDirection;
@@ -250,12 +252,12 @@ void kxDisassemblyHierarchyBuilder::relax(kx2SATSolver& solver, const tRelaxatio
     }
 }
 
+// Back to the state between jobs: a contact edge hard, a distant edge soft
+// with penalty 0.
 void kxDisassemblyHierarchyBuilder::restore(kx2SATSolver& solver, const tRelaxation& relaxation)
 {
-    if (relaxation.isDistant)
-        solver.desactivateConstraint(relaxation.constraintId, true, true, 0, 0, false);
-    else
-        solver.desactivateConstraint(relaxation.constraintId, false, false, 0, 0, false);
+    const bool soft = relaxation.isDistant != 0;
+    solver.desactivateConstraint(relaxation.constraintId, soft, soft, 0, 0, false);
 }
 
 void kxDisassemblyHierarchyBuilder::testSplitDirection(unsigned direction, unsigned thread, bool hardDistant)
@@ -291,11 +293,6 @@ bool kxDisassemblyHierarchyBuilder::checkDisjointSets(unsigned node, const kx2SA
             return false;
     }
     return true;
-}
-
-void kxDisassemblyHierarchyBuilder::swapConstraints(unsigned i, unsigned j)
-{
-    std::swap(mEdges[i], mEdges[j]);
 }
 
 // Moves the edges of [first, end) that fall on `side` of the split to the
@@ -353,11 +350,11 @@ void kxDisassemblyHierarchyBuilder::splitNode(unsigned node, unsigned splitDirec
     split.secondChild = secondChild;
     split.splitId = splitDirection;
 
-    const kx2SATSystemRoot systemRoot{metadata.firstColumn, metadata.noColumns};
+    const kx2SATSystemRoot root = systemRoot(node);
     kx2SATSystemRoot falseSide{0, 0};
     kx2SATSystemRoot trueSide{0, 0};
     for (tThreadResources& resources : mThreads)
-        resources.solver->splitSystem(systemRoot, set, falseSide, trueSide);
+        resources.solver->splitSystem(root, set, falseSide, trueSide);
     mNodeMetadata[firstChild] =
         tTreeNodeMetadata{node, first + noCrossing, noFirstEdges, falseSide.firstColumn, falseSide.noColumns};
     mNodeMetadata[secondChild] = tTreeNodeMetadata{node, first + noCrossing + noFirstEdges, noSecondEdges,

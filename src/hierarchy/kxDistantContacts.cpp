@@ -12,7 +12,7 @@ constexpr float kDefaultFacingAngle = 20.0f;
 constexpr float kDefaultBlockedShare = 0.33333f;
 constexpr unsigned kDefaultSampleBudget = 500;
 // Build flags and leaf size of the ray trees.
-constexpr kx::tQBVHDataFlags kTreeFlags = 2;
+constexpr kx::tQBVHDataFlags kTreeFlags = kx::kxQBVH::QBVH_ROBUST;
 constexpr unsigned kTreeLeafSize = 12;
 // The near threshold as a share of the distance scale.
 constexpr float kNearShareOfScale = 0.02f;
@@ -97,7 +97,7 @@ void kxDistantContacts::computeTriangleData(unsigned mesh)
         areas[size_t(t)] = 0.5f * n.Normalize();
         normals[size_t(t)] = n;
         for (const int i : {i0, i1, i2})
-            box = box.bboxUnion(kx::kxBBox(vertices.Position3(i), vertices.Position3(i)));
+            box.selfExpand(vertices.Position3(i));
     }
     mMeshBoxes[mesh] = box;
 }
@@ -208,7 +208,7 @@ void kxDistantContacts::computeDistanceParameters()
 {
     kx::kxBBox all;
     for (const kx::kxBBox& box : mMeshBoxes)
-        all = all.bboxUnion(box);
+        all.selfUnion(box);
     mDistanceScale = all.isEmpty() ? 0.0f : all.getDiagonalLength();
     mNearThreshold = kNearShareOfScale * mDistanceScale;
 }

@@ -2,13 +2,14 @@
 // their results into distant constraints of the builder.
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
 #include "kxDistantContacts.h"
+#include "kxMiniThreadPool.h"
 #include "kxSystem.h"
 
 namespace {
 
-constexpr float kPiFloat = 3.14159265f;
 // Slack of the reachability tests, as a share of the distance scale: they
 // must never skip a ray that the tree would report as a hit.
 constexpr float kReachSlack = 1e-4f;
@@ -136,7 +137,7 @@ bool kxDistantContacts::canReach(unsigned mesh, unsigned otherMesh, const tRay& 
 void kxDistantContacts::countFacingHits(unsigned otherMesh, const tRay& ray, const kx::kxVertexBuffer& samples,
                                         unsigned noSamples, unsigned& hits, float& nearest) const
 {
-    const float sinFacing = std::sin(mFacingAngle * kPiFloat / 180.0f);
+    const float sinFacing = std::sin(mFacingAngle * Wm4::Math<float>::PI / 180.0f);
     const kx::kxBBox box = mMeshBoxes[otherMesh].grow(kReachSlack * mDistanceScale);
     const kx::kxQBVH& tree = *mTrees[otherMesh];
     const std::vector<Wm4::Vector3<float>>& normals = mTriangleNormals[otherMesh];
@@ -170,7 +171,7 @@ void kxDistantContacts::collectBlockings(unsigned group, unsigned row, tThreadSc
 // Groups the blockings per pair of groups (A < B, directions relative to A),
 // keeps the largest (most blocking) code per direction and pushes one
 // constraint per pair.
-void kxDistantContacts::pushConstraints(std::vector<tBlocking>& found)
+void kxDistantContacts::pushConstraints(const std::vector<tBlocking>& found)
 {
     std::vector<tPairBlocking> rows;
     rows.reserve(found.size());
@@ -180,37 +181,37 @@ void kxDistantContacts::pushConstraints(std::vector<tBlocking>& found)
         const unsigned directionId = movingIsFirst ? b.row : b.row ^ kxDisassemblyHierarchyBuilder::kSignBit;
         rows.push_back(tPairBlocking{std::min(b.group, other), std::max(b.group, other), directionId, b.code});
     }
+    // By pair, then direction, then code from the largest down.
     std::sort(rows.begin(), rows.end(), [](const tPairBlocking& a, const tPairBlocking& b) {
-        if (a.groupA != b.groupA)
-            return a.groupA < b.groupA;
-        if (a.groupB != b.groupB)
-            return a.groupB < b.groupB;
-        if (a.directionId != b.directionId)
-            return a.directionId < b.directionId;
-        return a.code > b.code;
+        return std::tie(a.groupA, a.groupB, a.directionId, b.code) <
+               std::tie(b.groupA, b.groupB, b.directionId, a.code);
     });
+
+    const auto samePair = [](const tPairBlocking& a, const tPairBlocking& b) {
+        return a.groupA == b.groupA && a.groupB == b.groupB;
+    };
+    // The first row of each direction holds its largest code.
+    rows.erase(std::unique(rows.begin(), rows.end(),
+                           [&](const tPairBlocking& a, const tPairBlocking& b) {
+                               return samePair(a, b) && a.directionId == b.directionId;
+                           }),
+               rows.end());
 
     unsigned noPairs = 0;
     for (size_t i = 0; i < rows.size(); ++i)
-        noPairs += (i == 0 || rows[i].groupA != rows[i - 1].groupA || rows[i].groupB != rows[i - 1].groupB) ? 1 : 0;
+        noPairs += (i == 0 || !samePair(rows[i], rows[i - 1])) ? 1 : 0;
     mBuilder.setNoDistantConstraints(noPairs);
     mNoPushedConstraints = noPairs;
 
     std::vector<unsigned> directionIds;
     std::vector<unsigned> penalties;
-    for (size_t begin = 0; begin < rows.size();) {
-        size_t end = begin;
+    for (size_t begin = 0, end = 0; begin < rows.size(); begin = end) {
         directionIds.clear();
         penalties.clear();
-        while (end < rows.size() && rows[end].groupA == rows[begin].groupA && rows[end].groupB == rows[begin].groupB) {
-            // Sorted by code within a direction: the first is the largest.
-            if (directionIds.empty() || directionIds.back() != rows[end].directionId) {
-                directionIds.push_back(rows[end].directionId);
-                penalties.push_back(rows[end].code);
-            }
-            ++end;
+        for (; end < rows.size() && samePair(rows[end], rows[begin]); ++end) {
+            directionIds.push_back(rows[end].directionId);
+            penalties.push_back(rows[end].code);
         }
         mBuilder.pushDistantConstraint(rows[begin].groupA, rows[begin].groupB, directionIds, penalties);
-        begin = end;
     }
 }

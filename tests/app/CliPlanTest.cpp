@@ -6,29 +6,15 @@
 #include <set>
 #include <sstream>
 
-#include "velmora/Cli.h"
+#include "CliRun.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
 
 namespace {
 
-struct CliRun {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-CliRun run(std::vector<std::string> args)
-{
-    args.insert(args.begin(), "velmora");
-    std::vector<const char*> argv;
-    for (const std::string& a : args)
-        argv.push_back(a.c_str());
-    std::ostringstream out, err;
-    const int status = velmora::runCli(static_cast<int>(argv.size()), argv.data(), out, err);
-    return {status, out.str(), err.str()};
-}
+using cli_test::CliRun;
+using cli_test::run;
 
 // One OBJ object: the box [lo, hi] with outward faces.
 std::string objBox(const std::string& name, const float lo[3], const float hi[3], unsigned firstVertex)

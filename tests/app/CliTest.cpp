@@ -6,28 +6,14 @@
 #include <set>
 #include <sstream>
 
-#include "velmora/Cli.h"
+#include "CliRun.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-struct CliRun {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-CliRun run(std::vector<std::string> args)
-{
-    args.insert(args.begin(), "velmora");
-    std::vector<const char*> argv;
-    for (const std::string& a : args)
-        argv.push_back(a.c_str());
-    std::ostringstream out, err;
-    const int status = velmora::runCli(static_cast<int>(argv.size()), argv.data(), out, err);
-    return {status, out.str(), err.str()};
-}
+using cli_test::CliRun;
+using cli_test::run;
 
 class CliTest : public ::testing::Test {
 protected:

@@ -95,8 +95,8 @@ Vec3f vec3Of(const json& array) { return Vec3f(array[0].get<float>(), array[1].g
 // The stack exploded and animated; keys read back from the controllers.
 struct ExplodedStack {
     std::unique_ptr<explosion_test::PlannedAssembly> plan =
-        explosion_test::planAssembly(velmora::makeDemoAssembly("stack"));
-    kxExplosionDiagram diagram{*plan->builder};
+        explosion_test::planHierarchy(velmora::makeDemoAssembly("stack"));
+    kxExplosionDiagram diagram{plan->builder()};
     std::vector<velmora::GroupKeyframes> keys;
     std::vector<Vec3f> offsets;
 
@@ -106,8 +106,8 @@ struct ExplodedStack {
         kxExplodedViewAnimation animation(diagram);
         animation.setAnimationPlayStyle(kxExplodedViewAnimation::kPlayExplosionAndBack);
         animation.createKeyFrameControllers();
-        keys = velmora::readGroupKeyframes(*plan->groups);
-        for (unsigned g = 0; g < plan->groups->getNoGroups(); ++g)
+        keys = velmora::readGroupKeyframes(plan->groups());
+        for (unsigned g = 0; g < plan->groups().getNoGroups(); ++g)
             offsets.push_back(diagram.getFinalPerGroupTranslation(g));
     }
 };
@@ -228,7 +228,7 @@ validator.validateBytes(new Uint8Array(fs.readFileSync(process.argv[3]))).then(
 TEST(GltfExport, AnimatedViewHasOneAnimatedNodePerPart)
 {
     const ExplodedStack& stack = explodedStack();
-    const velmora::Assembly& assembly = stack.plan->assembly;
+    const velmora::Assembly& assembly = stack.plan->assembly();
     const Glb glb(velmora::buildAnimatedGlb(assembly, stack.keys));
     const json& doc = glb.document;
     EXPECT_EQ("2.0", doc["asset"]["version"]);
@@ -289,7 +289,7 @@ TEST(GltfExport, AnimatedViewHasOneAnimatedNodePerPart)
 TEST(GltfExport, StaticPoseTranslatesEveryPartByItsGroupOffset)
 {
     const ExplodedStack& stack = explodedStack();
-    const velmora::Assembly& assembly = stack.plan->assembly;
+    const velmora::Assembly& assembly = stack.plan->assembly();
     const std::vector<unsigned char> bytes = velmora::buildExplodedPoseGlb(assembly, stack.offsets);
     const Glb glb(bytes);
     EXPECT_FALSE(glb.document.contains("animations"));
@@ -387,8 +387,8 @@ TEST(GltfExport, PassesTheKhronosValidator)
     const ExplodedStack& stack = explodedStack();
     const fs::path dir = temporaryDirectory();
     const std::vector<std::pair<std::string, std::vector<unsigned char>>> files = {
-        {"animated.glb", velmora::buildAnimatedGlb(stack.plan->assembly, stack.keys)},
-        {"pose.glb", velmora::buildExplodedPoseGlb(stack.plan->assembly, stack.offsets)},
+        {"animated.glb", velmora::buildAnimatedGlb(stack.plan->assembly(), stack.keys)},
+        {"pose.glb", velmora::buildExplodedPoseGlb(stack.plan->assembly(), stack.offsets)},
         {"normals.glb", velmora::buildExplodedPoseGlb(normalsAssembly(), std::vector<Vec3f>(3, Vec3f::ZERO))},
     };
     for (const auto& [name, bytes] : files) {

@@ -23,11 +23,8 @@ velmora::PlanOptions hierarchyOptions(unsigned threads)
 
 std::set<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned id)
 {
-    const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(id);
-    std::set<unsigned> groups;
-    for (unsigned k = node.start; k < node.start + node.noGroups; ++k)
-        groups.insert(hierarchy.getGroupIdFromOrderedIndex(k));
-    return groups;
+    const std::vector<unsigned> groups = velmora::groupsOfNode(hierarchy, id);
+    return {groups.begin(), groups.end()};
 }
 
 // The unit direction along which the given child of a split node leaves its
@@ -207,8 +204,8 @@ TEST(Explode, OffsetsKeyframesAndOptions)
     EXPECT_TRUE(still.keyframes.empty());
     EXPECT_EQ(still.duration, 0.0f);
 
-    for (velmora::ExplodeOptions bad : {velmora::ExplodeOptions{3, 1, 0, false}, velmora::ExplodeOptions{2, 4, 0, false},
-                                        velmora::ExplodeOptions{2, 1, -1, false}})
+    using Options = velmora::ExplodeOptions;
+    for (const Options& bad : {Options{3, 1, 0, false}, Options{2, 4, 0, false}, Options{2, 1, -1, false}})
         EXPECT_THROW(velmora::explodeAssembly(*plan, bad), velmora::InputError);
 }
 

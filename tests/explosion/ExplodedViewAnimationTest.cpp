@@ -24,9 +24,9 @@ HandAssembly column()
         hand.addContact(g, g - 1, {kUp});
     hand.finishEdges();
     const unsigned k = hand.lineOf(kUp);
-    hand.split(0, {1, 2, 3}, k);
-    hand.split(2, {2, 3}, k);
-    hand.split(4, {3}, k);
+    hand.splitRaw(0, {1, 2, 3}, k);
+    hand.splitRaw(2, {2, 3}, k);
+    hand.splitRaw(4, {3}, k);
     hand.commit();
     return hand;
 }
@@ -67,10 +67,10 @@ bool movesWith(const kxDisassemblyHierarchy& h, unsigned node, const Diagram::tS
 // Whether an edge across split `enclosing` has a group on the moving side of `node`.
 bool movingSideCrosses(const PlannedAssembly& plan, const Diagram& diagram, unsigned node, unsigned enclosing)
 {
-    const kxDisassemblyHierarchy& h = *plan.hierarchy;
-    const unsigned end = plan.builder->getNodeMetadata(h.getNode(enclosing).firstChild).firstEdge;
-    for (unsigned e = plan.builder->getNodeMetadata(enclosing).firstEdge; e < end; ++e) {
-        const auto& edge = plan.builder->getEdgeData(e);
+    const kxDisassemblyHierarchy& h = plan.hierarchy();
+    const unsigned end = plan.builder().getNodeMetadata(h.getNode(enclosing).firstChild).firstEdge;
+    for (unsigned e = plan.builder().getNodeMetadata(enclosing).firstEdge; e < end; ++e) {
+        const auto& edge = plan.builder().getEdgeData(e);
         if (movesWith(h, node, diagram.getSplitData(node), edge.groupA) ||
             movesWith(h, node, diagram.getSplitData(node), edge.groupB))
             return true;
@@ -116,8 +116,8 @@ TEST(ExplodedViewAnimation, SchedulesObeyTheirPolicies)
     for (const std::string& name : sharedPlanNames()) {
         SCOPED_TRACE(name);
         const PlannedAssembly& plan = sharedPlan(name);
-        const kxDisassemblyHierarchy& h = *plan.hierarchy;
-        Diagram diagram(*plan.builder);
+        const kxDisassemblyHierarchy& h = plan.hierarchy();
+        Diagram diagram(plan.builder());
         diagram.computeTranslationHierarchy(1.0f);
         Animation animation(diagram);
         std::vector<unsigned> splits;
@@ -179,9 +179,9 @@ TEST(ExplodedViewAnimation, KeysMoveEachGroupWithItsSplitsAndEndAtItsExplosionTr
 {
     for (const std::string& name : sharedPlanNames()) {
         const PlannedAssembly& plan = sharedPlan(name);
-        const kxDisassemblyHierarchy& h = *plan.hierarchy;
-        Diagram diagram(*plan.builder);
-        diagram.computeTranslationHierarchy(splitDistanceFor(plan.assembly));
+        const kxDisassemblyHierarchy& h = plan.hierarchy();
+        Diagram diagram(plan.builder());
+        diagram.computeTranslationHierarchy(splitDistanceFor(plan.assembly()));
         for (auto policy : {Animation::kSequentialPolicy, Animation::kByDepthPolicy, Animation::kOptimalPolicy}) {
             SCOPED_TRACE(name + " policy " + std::to_string(policy));
             Animation animation(diagram);
@@ -193,8 +193,8 @@ TEST(ExplodedViewAnimation, KeysMoveEachGroupWithItsSplitsAndEndAtItsExplosionTr
             }
             const std::vector<unsigned> times = Access::timeIndices(animation);
             const unsigned last = *std::max_element(times.begin(), times.end());
-            for (unsigned g = 0; g < plan.groups->getNoGroups(); ++g) {
-                const kx::kxKeyframeController* keys = keyframesOf(*plan.meshes[g]);
+            for (unsigned g = 0; g < plan.groups().getNoGroups(); ++g) {
+                const kx::kxKeyframeController* keys = keyframesOf(*plan.groups().editMeshFromGroup(g, 0));
                 ASSERT_NE(nullptr, keys);
                 const std::vector<float> keyTimes = timesOf(*keys);
                 EXPECT_EQ(0.0f, keyTimes.front());
@@ -219,8 +219,9 @@ TEST(ExplodedViewAnimation, KeysMoveEachGroupWithItsSplitsAndEndAtItsExplosionTr
                     }
                     expectVectorNear(expected, keys->GetTranslation(t) - keys->GetTranslation(t - 1), tolerance);
                 }
-                plan.meshes[g]->UpdateControllers(double(last));
-                expectVectorNear(F, plan.meshes[g]->GetLocalTransform().GetTranslate(), tolerance);
+                kx::kxTriMesh& mesh = *plan.groups().editMeshFromGroup(g, 0);
+                mesh.UpdateControllers(double(last));
+                expectVectorNear(F, mesh.GetLocalTransform().GetTranslate(), tolerance);
             }
         }
     }
@@ -285,8 +286,8 @@ TEST(ExplodedViewAnimation, ClampingOrderAndReferenceSplits)
     hand.addContact(1, 0, {kUp});
     hand.addContact(2, 1, {kUp});
     hand.finishEdges();
-    hand.split(0, {1, 2}, hand.lineOf(kUp));
-    hand.split(2, {2}, hand.lineOf(kUp));
+    hand.splitRaw(0, {1, 2}, hand.lineOf(kUp));
+    hand.splitRaw(2, {2}, hand.lineOf(kUp));
     hand.commit();
     Diagram diagram(hand.builder());
     diagram.computeTranslationHierarchy(1.0f);

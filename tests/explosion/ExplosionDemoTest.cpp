@@ -51,7 +51,7 @@ void expectSidesApart(const PlannedAssembly& plan, const Diagram& diagram, float
     std::vector<Diagram::tBoundingPlanesMinMax> planes;
     Access::computeBoundingPrisms(diagram, sets, planes);
     const unsigned noDirections = unsigned(sets.size());
-    const kxDisassemblyHierarchy& h = *plan.hierarchy;
+    const kxDisassemblyHierarchy& h = plan.hierarchy();
     const float tolerance = 1e-3f * distance;
     for (unsigned node = 0; node < h.getNoNodes(); ++node) {
         if (!isSplit(h, node) || !Diagram::hasReferencePair(diagram.getSplitData(node)))
@@ -121,15 +121,16 @@ TEST(ExplosionDemo, FacingGroupsStandApartAndMeshesDoNotMeet)
     for (const std::string& name : sharedPlanNames()) {
         SCOPED_TRACE(name);
         const PlannedAssembly& plan = sharedPlan(name);
-        const float distance = splitDistanceFor(plan.assembly);
-        Diagram diagram(*plan.builder);
+        const float distance = splitDistanceFor(plan.assembly());
+        Diagram diagram(plan.builder());
         diagram.computeTranslationHierarchy(distance);
         expectSidesApart(plan, diagram, distance);
 
-        const unsigned n = plan.groups->getNoGroups();
+        const unsigned n = plan.groups().getNoGroups();
         std::vector<std::vector<Triangle>> triangles;
         for (unsigned g = 0; g < n; ++g)
-            triangles.push_back(movedTriangles(*plan.meshes[g], diagram.getFinalPerGroupTranslation(g)));
+            triangles.push_back(
+                movedTriangles(*plan.groups().getMeshFromGroup(g, 0), diagram.getFinalPerGroupTranslation(g)));
         for (unsigned g1 = 0; g1 < n; ++g1) {
             for (unsigned g2 = g1 + 1; g2 < n; ++g2)
                 EXPECT_FALSE(meshesMeet(triangles[g1], triangles[g2], 1e-4f * distance)) << g1 << ", " << g2;
@@ -140,17 +141,17 @@ TEST(ExplosionDemo, FacingGroupsStandApartAndMeshesDoNotMeet)
 TEST(ExplosionDemo, RepeatableAndCopyable)
 {
     const PlannedAssembly& plan = sharedPlan("stack");
-    Diagram diagram(*plan.builder);
+    Diagram diagram(plan.builder());
     diagram.computeTranslationHierarchy(1.5f);
     std::vector<Vec3f> first;
-    for (unsigned g = 0; g < plan.groups->getNoGroups(); ++g)
+    for (unsigned g = 0; g < plan.groups().getNoGroups(); ++g)
         first.push_back(diagram.getFinalPerGroupTranslation(g));
     diagram.computeTranslationHierarchy(4.0f);
     diagram.computeTranslationHierarchy(1.5f);
-    for (unsigned g = 0; g < plan.groups->getNoGroups(); ++g)
+    for (unsigned g = 0; g < plan.groups().getNoGroups(); ++g)
         EXPECT_EQ(first[g], diagram.getFinalPerGroupTranslation(g)) << g;
     const Diagram copy(diagram);
-    for (unsigned node = 0; node < plan.hierarchy->getNoNodes(); ++node)
+    for (unsigned node = 0; node < plan.hierarchy().getNoNodes(); ++node)
         EXPECT_EQ(diagram.getPerSplitTranslation(node), copy.getPerSplitTranslation(node));
 }
 
@@ -164,9 +165,9 @@ TEST(ExplosionDemo, BakingMovesEveryMeshByItsGroupTranslationAndUnbakingRestores
         hand.addContact(g, g - 1, {up});
     hand.finishEdges();
     const unsigned k = hand.lineOf(up);
-    hand.split(0, {1, 2, 3}, k);
-    hand.split(2, {2, 3}, k);
-    hand.split(4, {3}, k);
+    hand.splitRaw(0, {1, 2, 3}, k);
+    hand.splitRaw(2, {2, 3}, k);
+    hand.splitRaw(4, {3}, k);
     hand.commit();
     Diagram diagram(hand.builder());
     diagram.computeTranslationHierarchy(1.0f);

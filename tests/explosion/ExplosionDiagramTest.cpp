@@ -21,7 +21,7 @@ HandAssembly lidOnBox(bool widerLid)
                        widerLid ? box({-1, -1, 2}, {5, 5, 2.5f}) : box({0, 0, 2}, {4, 4, 2.5f})});
     hand.addContact(1, 0, {kUp}, Vec3f(2, 2, 2));
     hand.finishEdges();
-    hand.split(0, {1}, hand.lineOf(kUp));
+    hand.splitRaw(0, {1}, hand.lineOf(kUp));
     hand.commit();
     return hand;
 }
@@ -146,7 +146,7 @@ TEST(ExplosionDiagram, SidesAlreadyApartArePulledBackUnlessAnotherPairForbids)
         HandAssembly hand({box({0, 0, 0}, {1, 1, 1}), box({0, 0, 11}, {1, 1, 12})});
         hand.addContact(1, 0, {kUp});
         hand.finishEdges();
-        hand.split(0, {1}, hand.lineOf(kUp));
+        hand.splitRaw(0, {1}, hand.lineOf(kUp));
         hand.commit();
         Diagram diagram(hand.builder());
         diagram.computeTranslationHierarchy(1.0f);
@@ -161,8 +161,8 @@ TEST(ExplosionDiagram, SidesAlreadyApartArePulledBackUnlessAnotherPairForbids)
     hand.addContact(1, 2, {kUp});
     hand.finishEdges();
     const unsigned up = hand.lineOf(kUp);
-    hand.split(0, {1, 2}, up);
-    hand.split(2, {1}, up);
+    hand.splitRaw(0, {1, 2}, up);
+    hand.splitRaw(2, {1}, up);
     hand.commit();
     Diagram diagram(hand.builder());
     diagram.computeTranslationHierarchy(1.0f);
@@ -191,7 +191,7 @@ TEST(ExplosionDiagram, ShiftIntoAForbiddenIntervalIsPushedToItsEnd)
     HandAssembly hand({box({0, 0, 2}, {1, 1, 3}), box({0, 0, 3.25f}, {1, 1, 4.25f}), box({0, 0, -1}, {1, 1, 0.5f})});
     hand.addContact(1, 0, {kUp});
     hand.finishEdges();
-    hand.split(0, {1, 2}, hand.lineOf(kUp));
+    hand.splitRaw(0, {1, 2}, hand.lineOf(kUp));
     hand.commit();
     Diagram diagram(hand.builder());
     diagram.computeTranslationHierarchy(1.0f);
@@ -216,9 +216,9 @@ TEST(ExplosionDiagram, ProximityPairComesFromTheGroupsThatTouchedTheOtherSide)
     hand.addContact(1, 0, {kUp}, Vec3f(0.5f, 0.5f, 0));
     hand.finishEdges();
     const unsigned up = hand.lineOf(kUp);
-    hand.split(0, {1, 2, 3}, up);  // node 2 = {A, B, C}
-    hand.split(2, {3}, up);        // node 3 = {A, B}, node 6 = {C}
-    hand.split(3, {2}, up);        // no edges at all: every group is a candidate
+    hand.splitRaw(0, {1, 2, 3}, up);  // node 2 = {A, B, C}
+    hand.splitRaw(2, {3}, up);        // node 3 = {A, B}, node 6 = {C}
+    hand.splitRaw(3, {2}, up);        // no edges at all: every group is a candidate
     hand.commit();
     ASSERT_EQ(0u, hand.builder().getNodeMetadata(2).relatedNode);
     Diagram diagram(hand.builder());
@@ -251,8 +251,8 @@ TEST(ExplosionDiagram, SplitWithoutReferencePairLeavesItsSubtreeUnexploded)
     hand.addContact(2, 1, {kUp});
     hand.finishEdges();
     const unsigned up = hand.lineOf(kUp);
-    hand.split(0, {1, 2}, up);
-    hand.split(2, {2}, up);
+    hand.splitRaw(0, {1, 2}, up);
+    hand.splitRaw(2, {2}, up);
     hand.commit();
     Diagram diagram(hand.builder());
     diagram.computeTranslationHierarchy(1.0f);
@@ -289,8 +289,8 @@ TEST(ExplosionDiagram, ReferenceGroupMovedByOneSplitMakesTheOtherMoveItsOtherSid
     hand.addContact(2, 1, {kUp});
     hand.finishEdges();
     const unsigned up = hand.lineOf(kUp);
-    hand.split(0, {1, 2}, up);
-    hand.split(2, {2}, up);
+    hand.splitRaw(0, {1, 2}, up);
+    hand.splitRaw(2, {2}, up);
     hand.commit();
     Diagram diagram(hand.builder());
     diagram.computeTranslationHierarchy(1.0f);

@@ -12,32 +12,10 @@
 #include <vector>
 
 #include "ExplosionPipeline.h"
+#include "HandAssembly.h"
 #include "kxExplodedViewAnimation.h"
 #include "kxExplosionDiagram.h"
 #include "velmora/DemoAssemblies.h"
-
-// Splits a hierarchy node the way the builder does: stable partition of the
-// node's range (groups outside `second` first), then both children.
-class kxDisassemblyHierarchyTestAccess {
-public:
-    static void split(kxDisassemblyHierarchy& h, unsigned id, const std::vector<unsigned>& second, unsigned splitId)
-    {
-        constexpr unsigned kNone = kxDisassemblyHierarchy::kNoNode;
-        const kxDisassemblyHierarchy::tTreeNode node = h.mNodes[id];
-        const auto begin = h.mGroupIdFromOrderedIndex.begin() + node.start;
-        const auto middle = std::stable_partition(begin, begin + node.noGroups, [&](unsigned g) {
-            return std::find(second.begin(), second.end(), g) == second.end();
-        });
-        const unsigned noFirst = unsigned(middle - begin);
-        const unsigned first = h.requestNewNode({node.start, noFirst, kNone, kNone, id, kNone});
-        const unsigned other =
-            h.requestNewNode({node.start + noFirst, node.noGroups - noFirst, kNone, kNone, id, kNone});
-        h.mNodes[id].firstChild = first;
-        h.mNodes[id].secondChild = other;
-        h.mNodes[id].splitId = splitId;
-        h.computeHierarchyIndexing(0);
-    }
-};
 
 class kxExplosionDiagramTestAccess {
 public:
@@ -110,75 +88,7 @@ constexpr unsigned kNone = 0xFFFFFFFFu;
 
 inline kx::kxPointer<kx::kxTriMesh> box(const Vec3f& lo, const Vec3f& hi) { return velmora::shapes::box(lo, hi); }
 
-// A builder over the given meshes (group g = mesh g; a null mesh is a group
-// without vertices) whose contact edges and hierarchy splits the test gives:
-// addContact..., finishEdges(), split(...) per node, then commit().
-class HandAssembly {
-public:
-    explicit HandAssembly(std::vector<kx::kxPointer<kx::kxTriMesh>> meshes)
-        : mMeshes(std::move(meshes)),
-          mGroups(rawPointers(mMeshes), nullptr),
-          mDiagram(0, 16, mGroups),
-          mHierarchy(mGroups),
-          mReference(mGroups)
-    {
-    }
-
-    // A contact in which group a may leave group b along each of `directions`.
-    void addContact(unsigned a, unsigned b, const std::vector<Vec3d>& directions, const Vec3f& point = Vec3f::ZERO)
-    {
-        mDiagram.pushContactEdge(a, b, directions.empty() ? nullptr : directions.data(), unsigned(directions.size()),
-                                 point);
-    }
-    void finishEdges()
-    {
-        mDiagram.computeDirectionSet(5.0f);
-        mBuilder = std::make_unique<kxDisassemblyHierarchyBuilder>(mHierarchy, mDiagram, 1);
-    }
-    // Splits `node`: `second` becomes its second child, leaving along line k.
-    void split(unsigned node, const std::vector<unsigned>& second, unsigned k)
-    {
-        kxDisassemblyHierarchyTestAccess::split(mReference, node, second, k);
-    }
-    void commit()
-    {
-        mBuilder->initSolver();
-        StdoutCapture quiet;
-        mBuilder->copyGroupsHierarchy(mReference);
-    }
-    // The line of the direction set along `v`.
-    unsigned lineOf(const Vec3d& v) const
-    {
-        for (unsigned k = 0; k < mDiagram.getNoDirections(); ++k) {
-            if (std::fabs(mDiagram.getDirectionFromId(k).Dot(v)) > 0.99)
-                return k;
-        }
-        ADD_FAILURE() << "direction not in the set";
-        return kNone;
-    }
-
-    kx::kxTriMesh* mesh(unsigned group) const { return mMeshes[group]; }
-    const kxMeshGroups& groups() const { return mGroups; }
-    const kxContactDiagram& diagram() const { return mDiagram; }
-    const kxDisassemblyHierarchy& hierarchy() const { return mHierarchy; }
-    const kxDisassemblyHierarchyBuilder& builder() const { return *mBuilder; }
-
-private:
-    static std::vector<kx::kxTriMesh*> rawPointers(const std::vector<kx::kxPointer<kx::kxTriMesh>>& meshes)
-    {
-        std::vector<kx::kxTriMesh*> raw;
-        for (const kx::kxPointer<kx::kxTriMesh>& mesh : meshes)
-            raw.push_back(mesh.get());
-        return raw;
-    }
-
-    std::vector<kx::kxPointer<kx::kxTriMesh>> mMeshes;
-    kxMeshGroups mGroups;
-    kxContactDiagram mDiagram;
-    kxDisassemblyHierarchy mHierarchy;
-    kxDisassemblyHierarchy mReference;
-    std::unique_ptr<kxDisassemblyHierarchyBuilder> mBuilder;
-};
+using velmora_test::HandAssembly;
 
 inline void expectVectorEq(const Vec3f& expected, const Vec3f& actual)
 {

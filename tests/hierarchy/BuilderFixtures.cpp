@@ -1,5 +1,6 @@
 #include "BuilderFixtures.h"
 
+#include "TestMeshes.h"
 #include "kxDistantContacts.h"
 
 namespace hierarchy_test {
@@ -16,10 +17,7 @@ std::unique_ptr<DiagramFixture> diagramOf(const velmora::Assembly& assembly, uns
 {
     auto fixture = std::make_unique<DiagramFixture>();
     fixture->meshes = velmora::mergeGroups(assembly);
-    std::vector<kx::kxTriMesh*> raw;
-    for (const kx::kxPointer<kx::kxTriMesh>& mesh : fixture->meshes)
-        raw.push_back(mesh.get());
-    fixture->groups = std::make_unique<kxMeshGroups>(raw, nullptr);
+    fixture->groups = std::make_unique<kxMeshGroups>(velmora_test::rawPointers(fixture->meshes), nullptr);
     fixture->diagram = std::make_unique<kxContactDiagram>(*fixture->groups, threads, nullptr);
     fixture->diagram->computeDirectionSet(angleTolerance);
     return fixture;
@@ -29,10 +27,7 @@ std::unique_ptr<DiagramFixture> emptyDiagramOf(std::vector<kx::kxPointer<kx::kxT
 {
     auto fixture = std::make_unique<DiagramFixture>();
     fixture->meshes = std::move(meshes);
-    std::vector<kx::kxTriMesh*> raw;
-    for (const kx::kxPointer<kx::kxTriMesh>& mesh : fixture->meshes)
-        raw.push_back(mesh.get());
-    fixture->groups = std::make_unique<kxMeshGroups>(raw, nullptr);
+    fixture->groups = std::make_unique<kxMeshGroups>(velmora_test::rawPointers(fixture->meshes), nullptr);
     fixture->diagram = std::make_unique<kxContactDiagram>(0u, 16u, *fixture->groups);
     return fixture;
 }
@@ -47,15 +42,6 @@ HierarchyFixture planHierarchy(const DiagramFixture& fixture, unsigned threads, 
     plan.builder->initSolver();
     plan.builder->computeGroupsHierarchy(0, nullptr);
     return plan;
-}
-
-std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned node)
-{
-    const kxDisassemblyHierarchy::tTreeNode& n = hierarchy.getNode(node);
-    std::vector<unsigned> groups;
-    for (unsigned k = n.start; k < n.start + n.noGroups; ++k)
-        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
-    return groups;
 }
 
 std::vector<SplitSweep> sweepEverySplit(const DiagramFixture& fixture, const kxDisassemblyHierarchyBuilder& builder)

@@ -1,20 +1,19 @@
 // Fixtures of the hierarchy builder and distant-contact tests: an assembly's
-// contact diagram, a hierarchy planned on it, the sweep test of every split,
-// and a capture of the library's standard-output lines.
+// contact diagram, a hierarchy planned on it and the sweep test of every
+// split.
 #pragma once
 
-#include <iostream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "StdoutCapture.h"
 #include "SweepTest.h"
 #include "kxContactDiagram.h"
 #include "kxDisassemblyHierarchy.h"
 #include "kxDisassemblyHierarchyBuilder.h"
 #include "kxMeshGroups.h"
-#include "velmora/Assembly.h"
+#include "velmora/Planner.h"
 
 namespace hierarchy_test {
 
@@ -43,8 +42,7 @@ struct HierarchyFixture {
 // initialised, whole tree computed.
 HierarchyFixture planHierarchy(const DiagramFixture& fixture, unsigned threads, bool distantContacts);
 
-// The groups of a node's range, in ordering order.
-std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned node);
+using velmora::groupsOfNode;
 
 // Sweep test of one split: the second child moves along +D[splitId] away
 // from the first child.
@@ -54,18 +52,6 @@ struct SplitSweep {
 };
 std::vector<SplitSweep> sweepEverySplit(const DiagramFixture& fixture, const kxDisassemblyHierarchyBuilder& builder);
 
-// Everything written to std::cout while it lives.
-class StdoutCapture {
-public:
-    StdoutCapture() : mPrevious(std::cout.rdbuf(mBuffer.rdbuf())) {}
-    ~StdoutCapture() { std::cout.rdbuf(mPrevious); }
-    StdoutCapture(const StdoutCapture&) = delete;
-    StdoutCapture& operator=(const StdoutCapture&) = delete;
-    std::string text() const { return mBuffer.str(); }
-
-private:
-    std::ostringstream mBuffer;
-    std::streambuf* mPrevious;
-};
+using velmora_test::StdoutCapture;
 
 }  // namespace hierarchy_test

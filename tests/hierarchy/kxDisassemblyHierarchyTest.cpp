@@ -1,3 +1,4 @@
+#include "HandAssembly.h"
 #include "kxDisassemblyHierarchy.h"
 #include "kxMeshGroups.h"
 
@@ -9,37 +10,6 @@
 #include <vector>
 
 using tTreeNode = kxDisassemblyHierarchy::tTreeNode;
-
-// Splits nodes the way the hierarchy builder does: stable partition of the
-// node's range (groups outside the moving set first), then both children
-// through requestNewNode.
-class kxDisassemblyHierarchyTestAccess
-{
-public:
-    static void split(kxDisassemblyHierarchy& h, unsigned id, const std::vector<unsigned>& movingGroups,
-                      unsigned splitId = 0)
-    {
-        tTreeNode& node = h.mNodes[id];
-        const auto begin = h.mGroupIdFromOrderedIndex.begin() + node.start;
-        const auto end = begin + node.noGroups;
-        const auto middle = std::stable_partition(begin, end, [&](unsigned g) {
-            return std::find(movingGroups.begin(), movingGroups.end(), g) == movingGroups.end();
-        });
-        const unsigned noFirst = unsigned(middle - begin);
-        const unsigned first =
-            h.requestNewNode({node.start, noFirst, kxDisassemblyHierarchy::kNoNode, kxDisassemblyHierarchy::kNoNode,
-                              id, kxDisassemblyHierarchy::kNoNode});
-        const unsigned second = h.requestNewNode({node.start + noFirst, node.noGroups - noFirst,
-                                                  kxDisassemblyHierarchy::kNoNode, kxDisassemblyHierarchy::kNoNode,
-                                                  id, kxDisassemblyHierarchy::kNoNode});
-        tTreeNode& parent = h.mNodes[id];
-        parent.firstChild = first;
-        parent.secondChild = second;
-        parent.splitId = splitId;
-    }
-    static void clearSubHierarchy(kxDisassemblyHierarchy& h, unsigned id) { h.clearSubHierarchy(id); }
-    static void index(kxDisassemblyHierarchy& h, unsigned id) { h.computeHierarchyIndexing(id); }
-};
 
 using Access = kxDisassemblyHierarchyTestAccess;
 

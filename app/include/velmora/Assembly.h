@@ -59,6 +59,9 @@ void assignGroups(Assembly& assembly, GroupBy mode);
 // The group that holds part `part`.
 unsigned groupOfPart(const Assembly& assembly, unsigned part);
 
+// The names of the parts of `groups`, group by group.
+std::vector<std::string> partNamesOf(const Assembly& assembly, const std::vector<unsigned>& groups);
+
 // One mesh per group with every vertex in world coordinates (World identity),
 // in group order: the form the planner takes, since each group must be a
 // single mesh. Single-part groups still get a world-space copy.

@@ -83,6 +83,9 @@ private:
     std::vector<std::vector<unsigned>> mKeepTogether;
 };
 
+// The groups of hierarchy node `node`, ascending.
+std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned node);
+
 // Runs the pipeline. Throws InputError when the options are out of range
 // (a tolerance outside (0, 90) degrees, more than 256 threads, a keep-together
 // set with an unknown group or fewer than two groups).

@@ -30,8 +30,9 @@ Json planReport(const Plan& plan);
 // group's final offset.
 Json explodeReport(const Plan& plan, const ExplodedView& view, const ExplodeOptions& options);
 
-// The removal steps of one part, each with its groups, their part names and
-// its direction.
+// The assembly report plus the direction set, the removal steps of one part
+// (each with its groups, their part names and its direction), the settings
+// and the stage timings of the plan.
 Json removalReport(const Plan& plan, const RemovalProcedure& removal);
 
 }  // namespace velmora
