@@ -121,7 +121,7 @@ constexpr unsigned kSegments = 32;
 void addPart(Assembly& assembly, const std::string& name, kx::kxPointer<kx::kxTriMesh> mesh)
 {
     mesh->SetName(name);
-    assembly.parts.push_back({name, "(generated)", "", mesh});
+    assembly.parts.push_back({name, "(generated)", "", mesh, std::nullopt});
 }
 
 Assembly lidOnBox()

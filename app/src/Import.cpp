@@ -172,7 +172,7 @@ private:
             part->editLocalTransform(false) = instance.world;
             checkPlacement(*part, file, label);
             part->SetName(uniqueName(label));
-            mAssembly.parts.push_back({part->GetName(), file, instance.nodePath, part});
+            mAssembly.parts.push_back({part->GetName(), file, instance.nodePath, part, std::nullopt});
             ++kept;
         }
         if (kept == 0)

@@ -137,7 +137,7 @@ velmora::Part partOf(const std::string& name, kx::kxPointer<kx::kxTriMesh> mesh,
 {
     mesh->SetName(name);
     mesh->World = world;
-    return {name, "(test)", "", mesh};
+    return {name, "(test)", "", mesh, std::nullopt};
 }
 
 // Three parts: a rotated, scaled box with its own unit normals (pointing

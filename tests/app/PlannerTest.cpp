@@ -23,7 +23,7 @@ velmora::PlanOptions options(unsigned threads, float angleTolerance = 5.0f)
 velmora::Part partOf(const std::string& name, kx::kxPointer<kx::kxTriMesh> mesh)
 {
     mesh->SetName(name);
-    return {name, "(test)", "", mesh};
+    return {name, "(test)", "", mesh, std::nullopt};
 }
 
 // A mesh holding both given meshes (same vertices and triangles, one buffer).

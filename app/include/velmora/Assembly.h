@@ -8,6 +8,7 @@
 // and every part is in exactly one group.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -23,11 +24,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// A part's surface colour: linear RGB and alpha in [0, 1], as glTF's base colour factor.
+struct Colour {
+    float r = 0.8f, g = 0.8f, b = 0.8f, a = 1.0f;
+};
+
 struct Part {
     std::string name;      // unique within the assembly
     std::string file;      // the file it came from
-    std::string node;      // the scene node that placed it ("" for formats without nodes)
+    std::string node;      // '/'-separated path of the scene nodes above it ("" for formats without nodes)
     kx::kxPointer<kx::kxTriMesh> mesh;  // World = the node's world transform
+    std::optional<Colour> colour;       // the input's colour for this part, when it gives one
 };
 
 // How parts are gathered into rigid groups that move as one.
@@ -49,6 +56,9 @@ struct Assembly {
     std::vector<Part> parts;
     std::vector<Group> groups;
     std::vector<std::string> warnings;  // things dropped on import, for the user to see
+    // Length unit of the coordinates ("mm", "cm", "m", "in") when the input states
+    // one; empty when it does not.
+    std::string units;
 
     size_t triangleCount() const;
 };
