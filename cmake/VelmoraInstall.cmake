@@ -1,6 +1,13 @@
 include(CMakePackageConfigHelpers)
 
-install(TARGETS velmora_platform velmora
+set(VELMORA_INSTALLED_TARGETS velmora_platform velmora)
+if(VELMORA_BUILD_APP)
+  list(APPEND VELMORA_INSTALLED_TARGETS velmora_app)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/app/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velmora
+    FILES_MATCHING PATTERN "*.h")
+endif()
+install(TARGETS ${VELMORA_INSTALLED_TARGETS}
   EXPORT velmoraTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}

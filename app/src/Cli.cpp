@@ -13,6 +13,7 @@
 #include "velmora/DemoAssemblies.h"
 #include "velmora/Explode.h"
 #include "velmora/Import.h"
+#include "velmora/LogSink.h"
 #include "velmora/OutputFile.h"
 #include "velmora/Removal.h"
 #include "velmora/Report.h"
@@ -423,6 +424,9 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
         return kExitUsage;
     }
 
+    // The library's lines go to standard output, where LibraryOutput sends
+    // them to standard error or nowhere while the library runs.
+    const ScopedLogSink libraryLines(standardOutputLogSink());
     try {
         if (info->parsed())
             return runInfo(inputs, report, out, err);

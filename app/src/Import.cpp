@@ -25,7 +25,8 @@ bool isDegenerate(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b, co
     return (b - a).Cross(c - a).SquaredLength() == 0.0f;
 }
 
-// The mesh of a part: non-degenerate triangles only; null when none is left.
+}  // namespace
+
 kx::kxPointer<kx::kxTriMesh> buildMesh(const SourceMesh& src, const std::string& file)
 {
     for (const Wm4::Vector3<float>& p : src.positions) {
@@ -52,6 +53,8 @@ kx::kxPointer<kx::kxTriMesh> buildMesh(const SourceMesh& src, const std::string&
     std::copy(kept.begin(), kept.end(), ib->GetData());
     return new kx::kxTriMesh(vb, ib);
 }
+
+namespace {
 
 // ---- Assimp: every format it reads well except glTF ----
 

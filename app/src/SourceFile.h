@@ -30,6 +30,11 @@ struct SourceFile {
     std::vector<SourceInstance> instances;
 };
 
+// The mesh of a part: non-degenerate triangles only; null when none is left.
+// Throws InputError naming `file` on a non-finite coordinate or a corner
+// index past the last vertex.
+kx::kxPointer<kx::kxTriMesh> buildMesh(const SourceMesh& src, const std::string& file);
+
 // Reads a glTF 2.0 file (.gltf with external or embedded buffers, or binary
 // .glb). Throws InputError naming the file on anything it cannot read.
 SourceFile readGltf(const std::string& file, bool binary);

@@ -1,7 +1,8 @@
 #include "kxContactDiagram.h"
 
 #include <cmath>
-#include <iostream>
+
+#include "velmora/LogSink.h"
 
 kxContactDiagram::kxContactDiagram(unsigned /*unused*/, unsigned capacity, const kxMeshGroups& groups)
     : mMeshGroups(groups), mVerbose(false), mAngleTolerance(0.0f)
@@ -63,7 +64,7 @@ Wm4::Vector3<double> refineRepresentative(const std::vector<Wm4::Vector3<double>
 void kxContactDiagram::computeDirectionSet(float angleTolerance)
 {
     if (mVerbose)
-        std::cout << "computing direction set\n";
+        velmora::logLine("computing direction set");
     mAngleTolerance = angleTolerance;
     const double c = std::cos(double(angleTolerance) * 3.14159265358979323846 / 180.0);
 
@@ -75,7 +76,7 @@ void kxContactDiagram::computeDirectionSet(float angleTolerance)
     for (size_t j = 0; j < remaining; ++j)
         startIndex[j] = static_cast<unsigned>(j);
     if (mVerbose)
-        std::cout << "no directions: " << remaining << "\n";
+        velmora::LogStream() << "no directions: " << remaining;
 
     for (size_t k = 0; k < remaining; ++k) {
         const Wm4::Vector3<double> r = refineRepresentative(entries, k, remaining, c);
@@ -103,5 +104,5 @@ void kxContactDiagram::computeDirectionSet(float angleTolerance)
         for (unsigned& id : ids)
             id = assignment[flat++];
     if (mVerbose)
-        std::cout << "no unique directions: " << remaining << "\n";
+        velmora::LogStream() << "no unique directions: " << remaining;
 }

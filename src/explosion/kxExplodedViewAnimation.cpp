@@ -1,10 +1,10 @@
 #include "kxExplodedViewAnimation.h"
 
 #include <algorithm>
-#include <iostream>
 #include <utility>
 
 #include "kxHierarchyWalk.h"
+#include "velmora/LogSink.h"
 
 using kxHierarchyWalk::forEachGroup;
 using kxHierarchyWalk::isInnerNode;
@@ -259,7 +259,7 @@ kxExplodedViewAnimation::tKeyFrames kxExplodedViewAnimation::buildGroupKeyFrames
     }
     const Vec3f miss = sum - mExplosionDiagram->getFinalPerGroupTranslation(group);
     if (miss.Length() > kFinalTranslationTolerance)
-        std::cout << "error: " << group << ": " << miss.X() << " " << miss.Y() << " " << miss.Z() << std::endl;
+        velmora::LogStream() << "error: " << group << ": " << miss.X() << " " << miss.Y() << " " << miss.Z();
     return keys;
 }
 

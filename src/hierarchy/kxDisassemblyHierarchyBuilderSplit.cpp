@@ -3,10 +3,10 @@
 #include "kxDisassemblyHierarchyBuilder.h"
 
 #include <algorithm>
-#include <iostream>
 #include <tuple>
 
 #include "kxSystem.h"
+#include "velmora/LogSink.h"
 
 namespace {
 
@@ -91,16 +91,18 @@ kx2SATSystemRoot kxDisassemblyHierarchyBuilder::systemRoot(unsigned node) const
 
 void kxDisassemblyHierarchyBuilder::logSolverTime() const
 {
-    std::cout << "solver time: " << mTotalSolverTime * kSecondsPerMs << " s." << std::endl;
+    if (!velmora::logEnabled())
+        return;
+    velmora::LogStream() << "solver time: " << mTotalSolverTime * kSecondsPerMs << " s.";
     double sumTime = 0.0;
     unsigned sumJobs = 0;
     for (unsigned t = 0; t < mNoThreads; ++t) {
-        std::cout << "t" << t << ": " << mThreads[t].time * kSecondsPerMs << " s. for " << mThreads[t].noJobs
-                  << "jobs" << std::endl;
+        velmora::LogStream() << "t" << t << ": " << mThreads[t].time * kSecondsPerMs << " s. for "
+                             << mThreads[t].noJobs << "jobs";
         sumTime += mThreads[t].time;
         sumJobs += mThreads[t].noJobs;
     }
-    std::cout << "total: " << sumTime * kSecondsPerMs << " s. for " << sumJobs << std::endl;
+    velmora::LogStream() << "total: " << sumTime * kSecondsPerMs << " s. for " << sumJobs;
 }
 
 void kxDisassemblyHierarchyBuilder::splitGroupsCluster(unsigned node, kx2SATState& set,
@@ -111,7 +113,7 @@ void kxDisassemblyHierarchyBuilder::splitGroupsCluster(unsigned node, kx2SATStat
     if (noGroups < 2)
         return;
     if (mVerbose)
-        std::cout << "splitting group: " << node << std::endl;
+        velmora::LogStream() << "splitting group: " << node;
 
     set.clear(false);
     unsigned splitDirection = kNone;
@@ -174,7 +176,7 @@ void kxDisassemblyHierarchyBuilder::computeBestSplitConfiguration(unsigned node,
 
     if (bestCost < kOneSidedCost) {
         if (checkDisjointSets(node, set) && mVerbose)
-            std::cout << node << ": disjoint sets spotted" << std::endl;
+            velmora::LogStream() << node << ": disjoint sets spotted";
         splitDirection = bestDirection;
     }
 }

@@ -1,8 +1,9 @@
 #include "kxGroupsClustering.h"
 
 #include <algorithm>
-#include <iostream>
 #include <numeric>
+
+#include "velmora/LogSink.h"
 
 kxGroupsClustering::kxGroupsClustering(unsigned noGroups)
     : mGroupIdFromOrderedIndex(noGroups), mOrderedIndexFromGroupId(noGroups), mScratchOrdering(noGroups),
@@ -133,7 +134,7 @@ void kxGroupsClustering::pushCluster(const kx2SATState& groups, bool disassembla
         const tCluster cluster = mClusters[next];
         if (clusterCrosses(cluster))
         {
-            std::cout << "deleted" << std::endl;
+            velmora::logLine("deleted");
             continue;
         }
         mClusters[kept++] = carried;

@@ -4,7 +4,8 @@
 #include "kxSinglePartDisassemblyProcedure.h"
 
 #include <algorithm>
-#include <iostream>
+
+#include "velmora/LogSink.h"
 
 void kxSinglePartDisassemblyProcedure::simplifyOrdering()
 {
@@ -14,7 +15,7 @@ void kxSinglePartDisassemblyProcedure::simplifyOrdering()
     const unsigned noSteps = unsigned(mSteps.size());
     for (unsigned j = 0; j + 3 <= noSteps; ++j)
     {
-        std::cout << "simplifying step : " << j << " / " << noSteps - 2 << std::endl;
+        velmora::LogStream() << "simplifying step : " << j << " / " << noSteps - 2;
         simplifyOrderingIteration(noSteps - 3 - j);
     }
 }
