@@ -1,0 +1,367 @@
+// The Python binding of the app layer: velmora._velmora. Assemblies come from
+// files or numpy arrays, plans are the app's Plan, and every dictionary is
+// the app's own JSON report (the command-line tool's), parsed by Python.
+//
+// The GIL is released while the library works; callbacks (progress, library
+// lines) take it back for the moment they run. InputError becomes OSError
+// when an input path does not exist and ValueError otherwise, with the
+// message the command-line tool prints.
+#include <pybind11/functional.h>
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <filesystem>
+#include <mutex>
+
+#include "VelmoraVersion.h"
+#include "kxSystem.h"
+#include "velmora/Explode.h"
+#include "velmora/Import.h"
+#include "velmora/LogSink.h"
+#include "velmora/MeshAssembly.h"
+#include "velmora/Removal.h"
+#include "velmora/Report.h"
+
+namespace py = pybind11;
+
+namespace velmora {
+namespace {
+
+// An assembly and what the command-line tool's reports say about its origin.
+struct PyAssembly {
+    Assembly assembly;
+    Json origin = Json::object();  // {"inputs", "groupBy"} for files; empty for meshes
+    double importMs = 0;
+};
+
+struct PyPlan {
+    std::shared_ptr<Plan> plan;
+    Json origin;
+    double importMs = 0;
+};
+
+struct PyExplodedView {
+    ExplodedView view;
+    Json report;
+};
+
+py::object parseJson(const Json& json)
+{
+    return py::module_::import("json").attr("loads")(json.dump());
+}
+
+// Runs `work` without the GIL, turning InputError into ValueError.
+template <class F>
+auto withoutGil(F&& work)
+{
+    try {
+        py::gil_scoped_release release;
+        return work();
+    } catch (const InputError& e) {
+        throw py::value_error(e.what());
+    }
+}
+
+std::vector<std::string> pathList(const py::object& paths)
+{
+    py::module_ os = py::module_::import("os");
+    if (py::isinstance<py::str>(paths) || py::hasattr(paths, "__fspath__"))
+        return {os.attr("fsdecode")(paths).cast<std::string>()};
+    std::vector<std::string> list;
+    for (const py::handle& p : paths)
+        list.push_back(os.attr("fsdecode")(p).cast<std::string>());
+    return list;
+}
+
+PyAssembly load(const py::object& paths, const std::string& groupBy)
+{
+    const std::vector<std::string> inputs = pathList(paths);
+    PyAssembly result;
+    kx::kxTimer timer;
+    try {
+        const GroupBy mode = parseGroupBy(groupBy);
+        py::gil_scoped_release release;
+        result.assembly = importAssembly(inputs, {mode});
+    } catch (const InputError& e) {
+        std::error_code ec;
+        for (const std::string& input : inputs)
+            if (!std::filesystem::exists(input, ec))
+                throw py::error_already_set((PyErr_SetString(PyExc_OSError, e.what()), py::error_already_set()));
+        throw py::value_error(e.what());
+    }
+    result.importMs = timer.getElapsedMs();
+    result.origin = {{"inputs", inputs}, {"groupBy", groupBy}};
+    return result;
+}
+
+// An (n, 3) C-contiguous array of `T`; ValueError naming `what` otherwise.
+template <class T>
+py::array_t<T> rowsOfThree(const py::handle& object, const std::string& name, const char* what)
+{
+    const py::array array = py::array::ensure(object);
+    if (!array || array.ndim() != 2 || array.shape(1) != 3)
+        throw py::value_error(name + ": " + what + " must be an array of shape (n, 3)");
+    const bool wantFloat = std::is_floating_point_v<T>;
+    const char kind = array.dtype().kind();
+    if (wantFloat ? (kind != 'f') : (kind != 'i' && kind != 'u'))
+        throw py::value_error(name + ": " + what + " must hold " + (wantFloat ? "floats" : "integers") +
+                              ", not " + py::str(array.dtype()).cast<std::string>());
+    return py::array_t<T, py::array::c_style | py::array::forcecast>::ensure(array);
+}
+
+NamedMesh namedMesh(const py::handle& item, size_t ordinal)
+{
+    py::object name, vertices, faces;
+    if (py::hasattr(item, "vertices") && py::hasattr(item, "faces")) {
+        name = py::getattr(item, "name", py::str("mesh" + std::to_string(ordinal)));
+        vertices = item.attr("vertices");
+        faces = item.attr("faces");
+    } else {
+        const py::tuple triple = py::tuple(py::reinterpret_borrow<py::object>(item));
+        if (triple.size() != 3)
+            throw py::value_error("a mesh is (name, vertices, faces) or has vertices and faces attributes");
+        name = triple[0];
+        vertices = triple[1];
+        faces = triple[2];
+    }
+    NamedMesh mesh;
+    mesh.name = py::str(name).cast<std::string>();
+    const auto v = rowsOfThree<double>(vertices, mesh.name, "vertices");
+    const auto f = rowsOfThree<long long>(faces, mesh.name, "faces");
+    const auto vr = v.unchecked<2>();
+    const auto fr = f.unchecked<2>();
+    for (py::ssize_t i = 0; i < vr.shape(0); ++i)
+        mesh.positions.emplace_back(float(vr(i, 0)), float(vr(i, 1)), float(vr(i, 2)));
+    for (py::ssize_t i = 0; i < fr.shape(0); ++i)
+        for (int c = 0; c < 3; ++c) {
+            if (fr(i, c) < 0 || fr(i, c) >= vr.shape(0))
+                throw py::value_error(mesh.name + ": a triangle refers to a vertex that does not exist");
+            mesh.indices.push_back(unsigned(fr(i, c)));
+        }
+    return mesh;
+}
+
+PyAssembly fromMeshes(const py::iterable& meshes)
+{
+    std::vector<NamedMesh> named;
+    for (const py::handle& item : meshes)
+        named.push_back(namedMesh(item, named.size()));
+    PyAssembly result;
+    result.assembly = withoutGil([&] { return assemblyFromMeshes(named); });
+    return result;
+}
+
+// Reports progress to a Python callable as (stage, fraction), at most once
+// per percent, from whichever thread the library calls on.
+class PythonProgress : public kx::kxProgressNotifierInterface {
+public:
+    explicit PythonProgress(py::object callback) : mCallback(std::move(callback)) {}
+
+    void setStage(const std::string& stage)
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mStage = stage;
+        mTotal = mDone = 0;
+        mShown = -1;
+    }
+    void setProgressRange(double total) override
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mTotal = total;
+        mDone = 0;
+        report();
+    }
+    void incrementProgress(double step) override
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mDone += step;
+        report();
+    }
+
+private:
+    void report()
+    {
+        const double fraction = mTotal > 0 ? std::min(1.0, mDone / mTotal) : 0.0;
+        const int percent = int(fraction * 100);
+        if (percent == mShown)
+            return;
+        mShown = percent;
+        py::gil_scoped_acquire gil;
+        mCallback(mStage, fraction);
+    }
+
+    py::object mCallback;
+    std::mutex mMutex;
+    std::string mStage;
+    double mTotal = 0, mDone = 0;
+    int mShown = -1;
+};
+
+std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly,
+                                                      const std::vector<std::vector<std::string>>& sets)
+{
+    std::vector<std::vector<unsigned>> groups;
+    for (const auto& set : sets) {
+        std::vector<unsigned> ids;
+        for (const std::string& name : set)
+            ids.push_back(groupOfPart(assembly, findPart(assembly, name)));
+        groups.push_back(std::move(ids));
+    }
+    return groups;
+}
+
+PyPlan plan(const PyAssembly& a, unsigned threads, bool distant, const std::vector<std::vector<std::string>>& keep,
+            float angleTolerance, const py::object& progress)
+{
+    std::unique_ptr<PythonProgress> notifier;
+    PlanOptions options;
+    options.threads = threads;
+    options.angleTolerance = angleTolerance;
+    options.hierarchy = true;
+    options.distantContacts = distant;
+    if (!progress.is_none()) {
+        notifier = std::make_unique<PythonProgress>(progress);
+        options.progress = notifier.get();
+        options.onStage = [&](const std::string& stage) { notifier->setStage(stage); };
+    }
+    PyPlan result{nullptr, a.origin, a.importMs};
+    result.plan = withoutGil([&] {
+        options.keepTogether = keepTogetherGroups(a.assembly, keep);
+        return std::shared_ptr<Plan>(planAssembly(a.assembly, options));
+    });
+    return result;
+}
+
+// The command-line tool's plan report: origin, plan, import time.
+Json fullPlanReport(const PyPlan& p)
+{
+    Json report = p.origin;
+    report.update(planReport(*p.plan));
+    if (!p.origin.empty()) {
+        report["timings"]["importMs"] = p.importMs;
+        report["timings"]["totalMs"] = report["timings"]["totalMs"].get<double>() + p.importMs;
+    }
+    return report;
+}
+
+py::array_t<double> directionsArray(const kxContactDiagram& diagram)
+{
+    const unsigned n = diagram.getNoDirections();
+    py::array_t<double> out({py::ssize_t(n), py::ssize_t(3)});
+    auto w = out.mutable_unchecked<2>();
+    for (unsigned d = 0; d < n; ++d) {
+        const Wm4::Vector3<double>& v = diagram.getDirectionFromId(d);
+        for (int c = 0; c < 3; ++c)
+            w(d, c) = v[c];
+    }
+    return out;
+}
+
+PyExplodedView explode(const PyPlan& p, unsigned policy, unsigned playStyle, float splitDistance, bool staticPose)
+{
+    ExplodeOptions options{policy, playStyle, splitDistance, staticPose};
+    PyExplodedView result;
+    kx::kxTimer timer;
+    result.view = withoutGil([&] { return explodeAssembly(*p.plan, options); });
+    const double explodeMs = timer.getElapsedMs();
+    result.report = p.origin;
+    if (!p.origin.empty())
+        result.report["timings"]["importMs"] = p.importMs;
+    result.report.update(explodeReport(*p.plan, result.view, options));
+    result.report["timings"]["explodeMs"] = explodeMs;
+    return result;
+}
+
+py::array_t<double> offsetsArray(const ExplodedView& view)
+{
+    py::array_t<double> out({py::ssize_t(view.offsets.size()), py::ssize_t(3)});
+    auto w = out.mutable_unchecked<2>();
+    for (size_t g = 0; g < view.offsets.size(); ++g)
+        for (int c = 0; c < 3; ++c)
+            w(py::ssize_t(g), c) = view.offsets[g][c];
+    return out;
+}
+
+py::object removal(PyPlan& p, const std::string& part)
+{
+    const Json report = withoutGil([&] {
+        const unsigned index = findPart(p.plan->assembly(), part);
+        Json r = p.origin;
+        r.update(removalReport(*p.plan, planRemoval(*p.plan, index, false)));
+        return r;
+    });
+    return parseJson(report);
+}
+
+void setLogCallback(const py::object& callback)
+{
+    if (callback.is_none()) {
+        setLogSink({});
+        return;
+    }
+    // The sink outlives no interpreter: it holds a reference released at exit.
+    auto held = std::make_shared<py::object>(callback);
+    setLogSink([held](std::string_view line) {
+        py::gil_scoped_acquire gil;
+        (*held)(py::str(line.data(), line.size()));
+    });
+}
+
+}  // namespace
+}  // namespace velmora
+
+PYBIND11_MODULE(_velmora, m)
+{
+    using namespace velmora;
+    m.doc() = "Plans how a mechanical assembly comes apart from its part meshes.";
+    m.attr("__version__") = Velmora::Version::GetDescStringMajorMinorReleaseRevision(false);
+
+    py::class_<PyAssembly>(m, "Assembly", "Parts (one triangle mesh each) and the rigid groups they form.")
+        .def_static("from_meshes", &fromMeshes, py::arg("meshes"),
+                    "An assembly of one part per mesh: (name, vertices (n, 3) floats, faces (m, 3) integers)\n"
+                    "triples, or objects with `vertices` and `faces` (and optionally `name`) attributes.")
+        .def_property_readonly(
+            "parts", [](const PyAssembly& a) { return partNamesOf(a.assembly, [&] {
+                std::vector<unsigned> all(a.assembly.groups.size());
+                for (unsigned g = 0; g < all.size(); ++g) all[g] = g;
+                return all; }()); }, "Part names, group by group.")
+        .def_property_readonly("units", [](const PyAssembly& a) { return a.assembly.units; })
+        .def_property_readonly("warnings", [](const PyAssembly& a) { return a.assembly.warnings; })
+        .def("to_dict", [](const PyAssembly& a) { return parseJson(assemblyReport(a.assembly)); },
+             "The command-line tool's `info` report (without timings).")
+        .def("plan", &plan, py::kw_only(), py::arg("threads") = 0u, py::arg("distant") = true,
+             py::arg("keep_together") = std::vector<std::vector<std::string>>{}, py::arg("angle_tolerance") = 5.0f,
+             py::arg("progress") = py::none(),
+             "Plans the contacts, removal directions and disassembly hierarchy (the GIL is released).\n"
+             "`keep_together`: lists of part names that come out as one sub-assembly. `progress`: called\n"
+             "with (stage, fraction).");
+
+    py::class_<PyPlan>(m, "Plan", "A planned assembly.")
+        .def("to_dict", [](const PyPlan& p) { return parseJson(fullPlanReport(p)); },
+             "The command-line tool's `plan` report.")
+        .def_property_readonly("contacts", [](const PyPlan& p) { return parseJson(contactsReport(*p.plan)["contacts"]); })
+        .def_property_readonly("directions", [](const PyPlan& p) { return directionsArray(p.plan->diagram()); },
+                               "The direction set: one unit row per line (the report's `directions`).")
+        .def_property_readonly("hierarchy", [](const PyPlan& p) { return parseJson(planReport(*p.plan)["hierarchy"]["nodes"]); })
+        .def("explode", &explode, py::kw_only(), py::arg("policy") = 2u, py::arg("play_style") = 1u,
+             py::arg("split_distance") = 0.0f, py::arg("static") = false,
+             "The exploded view: per-group offsets, the animation and its binary glTF.")
+        .def("remove", &removal, py::arg("part"), "The `remove` report of taking out the named part.");
+
+    py::class_<PyExplodedView>(m, "ExplodedView")
+        .def_property_readonly("offsets", [](const PyExplodedView& v) { return offsetsArray(v.view); })
+        .def_property_readonly("duration", [](const PyExplodedView& v) { return v.view.duration; })
+        .def_property_readonly("split_distance", [](const PyExplodedView& v) { return v.view.splitDistance; })
+        .def("to_dict", [](const PyExplodedView& v) { return parseJson(v.report); },
+             "The command-line tool's `explode --report` report.")
+        .def("save_glb", [](const PyExplodedView& v, const py::object& path) {
+            const std::string file = pathList(path).front();
+            withoutGil([&] { writeGlbFile(v.view.glb, file); return 0; });
+        }, py::arg("path"), "Writes the binary glTF; the file appears only when complete.");
+
+    m.def("load", &load, py::arg("paths"), py::arg("group_by") = "mesh",
+          "Reads files or folders (a folder is one part per file) into one assembly.");
+    m.def("set_log", &setLogCallback, py::arg("callback"),
+          "Routes the library's own lines to `callback(line)`; None (the default) drops them.");
+}
