@@ -16,6 +16,7 @@
 
 #include "VelmoraVersion.h"
 #include "kxSystem.h"
+#include "velmora/DemoAssemblies.h"
 #include "velmora/Explode.h"
 #include "velmora/Import.h"
 #include "velmora/LogSink.h"
@@ -140,6 +141,16 @@ NamedMesh namedMesh(const py::handle& item, size_t ordinal)
             mesh.indices.push_back(unsigned(fr(i, c)));
         }
     return mesh;
+}
+
+PyAssembly demo(const std::string& name)
+{
+    PyAssembly result;
+    kx::kxTimer timer;
+    result.assembly = withoutGil([&] { return makeDemoAssembly(name); });
+    result.importMs = timer.getElapsedMs();
+    result.origin = {{"demo", name}};
+    return result;
 }
 
 PyAssembly fromMeshes(const py::iterable& meshes)
@@ -340,6 +351,8 @@ PYBIND11_MODULE(_velmora, m)
     py::class_<PyPlan>(m, "Plan", "A planned assembly.")
         .def("to_dict", [](const PyPlan& p) { return parseJson(fullPlanReport(p)); },
              "The command-line tool's `plan` report.")
+        .def("to_json", [](const PyPlan& p) { return fullPlanReport(p).dump(2) + "\n"; },
+             "The `plan` report as the command-line tool writes it, byte for byte.")
         .def_property_readonly("contacts", [](const PyPlan& p) { return parseJson(contactsReport(*p.plan)["contacts"]); })
         .def_property_readonly("directions", [](const PyPlan& p) { return directionsArray(p.plan->diagram()); },
                                "The direction set: one unit row per line (the report's `directions`).")
@@ -355,6 +368,8 @@ PYBIND11_MODULE(_velmora, m)
         .def_property_readonly("split_distance", [](const PyExplodedView& v) { return v.view.splitDistance; })
         .def("to_dict", [](const PyExplodedView& v) { return parseJson(v.report); },
              "The command-line tool's `explode --report` report.")
+        .def("to_json", [](const PyExplodedView& v) { return v.report.dump(2) + "\n"; },
+             "The `explode --report` report as the command-line tool writes it.")
         .def("save_glb", [](const PyExplodedView& v, const py::object& path) {
             const std::string file = pathList(path).front();
             withoutGil([&] { writeGlbFile(v.view.glb, file); return 0; });
@@ -362,6 +377,8 @@ PYBIND11_MODULE(_velmora, m)
 
     m.def("load", &load, py::arg("paths"), py::arg("group_by") = "mesh",
           "Reads files or folders (a folder is one part per file) into one assembly.");
+    m.def("demo", &demo, py::arg("name"), "A built-in sample assembly, as `velmora demo NAME` plans it.");
+    m.def("demo_names", &demoAssemblyNames, "The names of the built-in sample assemblies.");
     m.def("set_log", &setLogCallback, py::arg("callback"),
           "Routes the library's own lines to `callback(line)`; None (the default) drops them.");
 }
