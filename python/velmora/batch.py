@@ -183,6 +183,8 @@ def run_batch(args):
         else:
             rows[name] = row
     write_summary(args.output, rows)
+    print(f"velmora: {len(sources)} assemblies, {len(rows)} already complete, {len(todo)} to plan",
+          file=sys.stderr)
     progress = ProgressBar(len(sources))
     for row in rows.values():
         progress.advance(row)
