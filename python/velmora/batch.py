@@ -191,8 +191,9 @@ def run_batch(args):
     if todo:
         client, cluster = make_client(args)
         try:
-            futures = [client.submit(plan_assembly, os.path.abspath(source) if os.path.exists(source) else source,
-                                     os.path.abspath(args.output), name, args.threads_per_task, args.explode,
+            # Sources go as given, so reports name the inputs as a run of the tool would.
+            futures = [client.submit(plan_assembly, source, os.path.abspath(args.output), name,
+                                     args.threads_per_task, args.explode,
                                      key=f"velmora-{name}-{i}", pure=False, retries=2)
                        for i, (source, name) in enumerate(todo)]
             for future in as_completed(futures):
