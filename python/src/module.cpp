@@ -4,13 +4,14 @@
 //
 // The GIL is released while the library works; callbacks (progress, library
 // lines) take it back for the moment they run. InputError becomes OSError
-// when an input path does not exist and ValueError otherwise, with the
+// (FileNotFoundError) when an input path does not exist and ValueError otherwise, with the
 // message the command-line tool prints.
 #include <pybind11/functional.h>
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <mutex>
 
@@ -86,10 +87,10 @@ PyAssembly load(const py::object& paths, const std::string& groupBy)
         result.assembly = importAssembly(inputs, {mode});
     } catch (const InputError& e) {
         std::error_code ec;
-        for (const std::string& input : inputs)
-            if (!std::filesystem::exists(input, ec))
-                throw py::error_already_set((PyErr_SetString(PyExc_OSError, e.what()), py::error_already_set()));
-        throw py::value_error(e.what());
+        const bool missing = std::any_of(inputs.begin(), inputs.end(),
+                                         [&](const std::string& input) { return !std::filesystem::exists(input, ec); });
+        PyErr_SetString(missing ? PyExc_FileNotFoundError : PyExc_ValueError, e.what());
+        throw py::error_already_set();
     }
     result.importMs = timer.getElapsedMs();
     result.origin = {{"inputs", inputs}, {"groupBy", groupBy}};
@@ -141,6 +142,14 @@ NamedMesh namedMesh(const py::handle& item, size_t ordinal)
             mesh.indices.push_back(unsigned(fr(i, c)));
         }
     return mesh;
+}
+
+std::vector<std::string> partNames(const PyAssembly& a)
+{
+    std::vector<std::string> names;
+    for (const Part& part : a.assembly.parts)
+        names.push_back(part.name);
+    return names;
 }
 
 PyAssembly demo(const std::string& name)
@@ -305,18 +314,27 @@ py::object removal(PyPlan& p, const std::string& part)
     return parseJson(report);
 }
 
+// True while the library's sink calls into Python: it must go before the
+// interpreter does (see the atexit hook in the module's initialisation).
+bool gPythonSink = false;
+
 void setLogCallback(const py::object& callback)
 {
-    if (callback.is_none()) {
+    gPythonSink = !callback.is_none();
+    if (!gPythonSink) {
         setLogSink({});
         return;
     }
-    // The sink outlives no interpreter: it holds a reference released at exit.
-    auto held = std::make_shared<py::object>(callback);
-    setLogSink([held](std::string_view line) {
+    setLogSink([callback](std::string_view line) {
         py::gil_scoped_acquire gil;
-        (*held)(py::str(line.data(), line.size()));
+        callback(py::str(line.data(), line.size()));
     });
+}
+
+void dropPythonSink()
+{
+    if (gPythonSink)
+        setLogCallback(py::none());
 }
 
 }  // namespace
@@ -332,11 +350,7 @@ PYBIND11_MODULE(_velmora, m)
         .def_static("from_meshes", &fromMeshes, py::arg("meshes"),
                     "An assembly of one part per mesh: (name, vertices (n, 3) floats, faces (m, 3) integers)\n"
                     "triples, or objects with `vertices` and `faces` (and optionally `name`) attributes.")
-        .def_property_readonly(
-            "parts", [](const PyAssembly& a) { return partNamesOf(a.assembly, [&] {
-                std::vector<unsigned> all(a.assembly.groups.size());
-                for (unsigned g = 0; g < all.size(); ++g) all[g] = g;
-                return all; }()); }, "Part names, group by group.")
+        .def_property_readonly("parts", &partNames, "The part names, in part order.")
         .def_property_readonly("units", [](const PyAssembly& a) { return a.assembly.units; })
         .def_property_readonly("warnings", [](const PyAssembly& a) { return a.assembly.warnings; })
         .def("to_dict", [](const PyAssembly& a) { return parseJson(assemblyReport(a.assembly)); },
@@ -381,4 +395,5 @@ PYBIND11_MODULE(_velmora, m)
     m.def("demo_names", &demoAssemblyNames, "The names of the built-in sample assemblies.");
     m.def("set_log", &setLogCallback, py::arg("callback"),
           "Routes the library's own lines to `callback(line)`; None (the default) drops them.");
+    py::module_::import("atexit").attr("register")(py::cpp_function(&dropPythonSink));
 }
