@@ -37,10 +37,13 @@ struct PyAssembly {
     double importMs = 0;
 };
 
+// Exploding and removal attach animation to the plan's meshes, so one plan
+// does one of them at a time (`busy`), even from several Python threads.
 struct PyPlan {
     std::shared_ptr<Plan> plan;
     Json origin;
     double importMs = 0;
+    std::shared_ptr<std::mutex> busy = std::make_shared<std::mutex>();
 };
 
 struct PyExplodedView {
@@ -172,6 +175,18 @@ PyAssembly fromMeshes(const py::iterable& meshes)
     return result;
 }
 
+// Calls `callback` from a library thread (GIL held): an exception it raises
+// cannot travel through the library, so Python reports it as unraisable.
+template <class... Args>
+void callReportingErrors(const py::object& callback, const char* what, Args&&... args)
+{
+    try {
+        callback(std::forward<Args>(args)...);
+    } catch (py::error_already_set& e) {
+        e.discard_as_unraisable(what);
+    }
+}
+
 // Reports progress to a Python callable as (stage, fraction), at most once
 // per percent, from whichever thread the library calls on.
 class PythonProgress : public kx::kxProgressNotifierInterface {
@@ -208,7 +223,7 @@ private:
             return;
         mShown = percent;
         py::gil_scoped_acquire gil;
-        mCallback(mStage, fraction);
+        callReportingErrors(mCallback, "velmora progress callback", mStage, fraction);
     }
 
     py::object mCallback;
@@ -245,7 +260,9 @@ PyPlan plan(const PyAssembly& a, unsigned threads, bool distant, const std::vect
         options.progress = notifier.get();
         options.onStage = [&](const std::string& stage) { notifier->setStage(stage); };
     }
-    PyPlan result{nullptr, a.origin, a.importMs};
+    PyPlan result;
+    result.origin = a.origin;
+    result.importMs = a.importMs;
     result.plan = withoutGil([&] {
         options.keepTogether = keepTogetherGroups(a.assembly, keep);
         return std::shared_ptr<Plan>(planAssembly(a.assembly, options));
@@ -283,7 +300,10 @@ PyExplodedView explode(const PyPlan& p, unsigned policy, unsigned playStyle, flo
     ExplodeOptions options{policy, playStyle, splitDistance, staticPose};
     PyExplodedView result;
     kx::kxTimer timer;
-    result.view = withoutGil([&] { return explodeAssembly(*p.plan, options); });
+    result.view = withoutGil([&] {
+        const std::lock_guard<std::mutex> lock(*p.busy);
+        return explodeAssembly(*p.plan, options);
+    });
     const double explodeMs = timer.getElapsedMs();
     result.report = p.origin;
     if (!p.origin.empty())
@@ -306,6 +326,7 @@ py::array_t<double> offsetsArray(const ExplodedView& view)
 py::object removal(PyPlan& p, const std::string& part)
 {
     const Json report = withoutGil([&] {
+        const std::lock_guard<std::mutex> lock(*p.busy);
         const unsigned index = findPart(p.plan->assembly(), part);
         Json r = p.origin;
         r.update(removalReport(*p.plan, planRemoval(*p.plan, index, false)));
@@ -327,7 +348,7 @@ void setLogCallback(const py::object& callback)
     }
     setLogSink([callback](std::string_view line) {
         py::gil_scoped_acquire gil;
-        callback(py::str(line.data(), line.size()));
+        callReportingErrors(callback, "velmora log callback", py::str(line.data(), line.size()));
     });
 }
 

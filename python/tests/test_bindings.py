@@ -2,6 +2,7 @@
 same glTF bytes, the same messages; numpy input checked."""
 
 import json
+import sys
 import threading
 import types
 
@@ -163,6 +164,23 @@ def test_progress_reaches_every_stage_in_order():
     for stage in set(stages):
         fractions = [f for s, f in seen if s == stage]
         assert fractions == sorted(fractions) and 0.0 <= fractions[0] and fractions[-1] <= 1.0
+
+
+def test_a_failing_callback_does_not_stop_the_plan(monkeypatch):
+    def fail(*_):
+        raise RuntimeError("callback failed")
+
+    reported = []
+    monkeypatch.setattr(sys, "unraisablehook", lambda u: reported.append((str(u.object), str(u.exc_value))))
+    expected = without_timings(velmora.load(str(PINS)).plan(threads=2).to_dict())
+    velmora.set_log(fail)
+    try:
+        plan = velmora.load(str(PINS)).plan(threads=2, progress=fail)
+    finally:
+        velmora.set_log(None)
+    assert without_timings(plan.to_dict()) == expected
+    assert ("velmora progress callback", "callback failed") in reported
+    assert ("velmora log callback", "callback failed") in reported
 
 
 def test_library_lines_go_to_the_callback_only_when_set(capfd):
