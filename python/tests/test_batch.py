@@ -146,3 +146,10 @@ def test_names_and_manifests(tmp_path):
     assert batch.assembly_names(sources) == ["x", "y", "x-2", "c"]
     with pytest.raises(SystemExit):
         batch.parse_args(["in", "-o", "out", "--workers", "0"])
+
+
+def test_an_unusable_output_folder_is_one_error_line(tmp_path):
+    (tmp_path / "file").write_text("")
+    status, err = run_batch(PINS, "-o", tmp_path / "file" / "out")
+    assert status == 3
+    assert err.startswith("velmora: error: ") and err.count("\n") == 1 and "file/out" in err

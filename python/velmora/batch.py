@@ -228,7 +228,11 @@ def parse_args(argv):
 
 def main(argv=None):
     args = parse_args(sys.argv[1:] if argv is None else argv)
-    rows = run_batch(args)
+    try:
+        rows = run_batch(args)
+    except OSError as error:  # the output folder or a manifest cannot be used
+        print(f"velmora: error: {error}", file=sys.stderr)
+        return 3
     failed = [row for row in rows.values() if row["status"] != "ok"]
     for row in failed:
         print(f"velmora: error: {row['assembly']}: {row['error']}", file=sys.stderr)
