@@ -35,11 +35,21 @@ struct PlanFlags {
     std::vector<std::string> keepTogether;  // comma-separated part names, one set per use
 };
 
+// The command line's defaults: timing by travel.
+ExplodeOptions defaultExplodeOptions()
+{
+    ExplodeOptions options;
+    options.speed = 0.8f;
+    return options;
+}
+
 struct ExplodeFlags {
     std::string glb;
     std::string report;
     std::string pose = "animated";
-    ExplodeOptions options;
+    std::string fix;            // the part kept still; empty: the largest
+    std::string units = "mm";   // of inputs that do not state theirs
+    ExplodeOptions options = defaultExplodeOptions();
 };
 
 struct RemoveFlags {
@@ -82,6 +92,26 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
         ->type_name("PART,PART…");
 }
 
+// How the view is written: shared by the commands that write one.
+void addViewFlags(CLI::App& command, ExplodeFlags& flags)
+{
+    command.add_option("--fix", flags.fix, "The part that stays still (default: the largest)")->type_name("PART");
+    command.add_option("--units", flags.units, "Length unit of inputs that do not state one")
+        ->check(CLI::IsMember({"mm", "cm", "m", "in"}))
+        ->capture_default_str();
+    command.add_flag("--compress,!--no-compress", flags.options.glb.compress,
+                     "Quantised, meshopt-compressed geometry (--no-compress: plain floats for any viewer)")
+        ->capture_default_str();
+    command.add_flag("--lines", flags.options.glb.lines, "A line from every moving part's place to its exploded one");
+    command.add_option("--crease-angle", flags.options.glb.creaseAngle, "Degrees between faces above which edges stay sharp")
+        ->check(CLI::Range(0.0f, 180.0f))
+        ->capture_default_str();
+    command.add_option("--speed", flags.options.speed,
+                       "Travel per second in diagonals of the assembly (0: one second per split)")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+}
+
 void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
 {
     command.add_option("--policy", flags.options.policy,
@@ -99,6 +129,7 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
     command.add_option("--pose", flags.pose, "animated: the explode animation; exploded: the final pose only")
         ->check(CLI::IsMember({"animated", "exploded"}))
         ->capture_default_str();
+    addViewFlags(command, flags);
 }
 
 Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
@@ -208,6 +239,11 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
 {
     ExplodeOptions options = flags.options;
     options.staticPose = flags.pose == "exploded";
+    const Assembly& assembly = plan.assembly();
+    if (!flags.fix.empty())
+        options.base = int(groupOfPart(assembly, findPart(assembly, flags.fix)));
+    options.glb.units = assembly.units.empty() ? flags.units : assembly.units;
+    options.glb.zUp = isZUp(assembly);
     kx::kxTimer timer;
     ExplodedView view;
     {
@@ -236,6 +272,8 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
+    if (!explode.fix.empty())
+        findPart(assembly, explode.fix);  // an unknown name fails before the planning
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     Json report = inputsJson(inputs);

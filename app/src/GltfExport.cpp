@@ -590,7 +590,7 @@ bool isZUp(const Assembly& assembly)
     return !std::all_of(assembly.parts.begin(), assembly.parts.end(), [](const Part& part) {
         std::string ext = std::filesystem::path(part.file).extension().string();
         std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-        return ext == ".gltf" || ext == ".glb" || ext == ".obj";
+        return ext == ".gltf" || ext == ".glb";
     });
 }
 

@@ -55,7 +55,7 @@ struct GlbOptions {
 // Metres per `units` ("mm", "cm", "m", "in"); InputError for anything else.
 double metresPer(const std::string& units);
 
-// Whether an assembly's inputs are Z-up: all but glTF and OBJ files are.
+// Whether an assembly's inputs are Z-up, as CAD data is: all but glTF files (Y-up).
 bool isZUp(const Assembly& assembly);
 
 // The GLB bytes of the animated exploded view. `keyframes` has one entry per
