@@ -290,7 +290,7 @@ public:
         const Part& p = mAssembly.parts[part];
         json extras = {{"part", p.name}, {"group", group}, {"base", int(group) == mOptions.baseGroup}};
         const int node = mBuilder.add("nodes", {{"name", p.name}, {"translation", vec3Json(translation)}, {"extras", extras}});
-        mBuilder.addChild(pathNode(p.node), node);
+        mBuilder.addChild(pathNode(parentPath(p)), node);
         const StoredMesh& stored = meshOf(part);
         const Mat3f& world = p.mesh->World.GetMatrix();
         json meshNode = {{"name", p.name},
@@ -339,6 +339,18 @@ public:
     }
 
 private:
+    // The path of the nodes above a part: its node path without a last
+    // segment that is the part itself (readers that include the part's own
+    // node in the path).
+    static std::string parentPath(const Part& part)
+    {
+        const size_t slash = part.node.rfind('/');
+        const std::string last = slash == std::string::npos ? part.node : part.node.substr(slash + 1);
+        if (last != part.name)
+            return part.node;
+        return slash == std::string::npos ? "" : part.node.substr(0, slash);
+    }
+
     // The node of a '/'-separated path, created with its ancestors on first use.
     int pathNode(const std::string& path)
     {
