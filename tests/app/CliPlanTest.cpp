@@ -132,7 +132,7 @@ TEST_F(CliPlanTest, ExplodeWritesAGlbAndItsReport)
 {
     const fs::path glb = dir / "stack.glb";
     const fs::path report = dir / "explode.json";
-    CliRun r = run({"explode", input, "-o", glb.string(), "--report", report.string(), "--policy", "0"});
+    CliRun r = run({"explode", input, "-o", glb.string(), "--report", report.string(), "--policy", "0", "--speed", "0"});
     ASSERT_EQ(r.status, velmora::kExitOk) << r.err;
     EXPECT_EQ(r.out, "");
     EXPECT_NE(r.err.find("wrote " + glb.string()), std::string::npos);
@@ -150,6 +150,24 @@ TEST_F(CliPlanTest, ExplodeWritesAGlbAndItsReport)
     EXPECT_EQ(explosion["offsets"].size(), 3u);
     // One split at a time in sequence: two splits, two seconds.
     EXPECT_NEAR(explosion["durationSeconds"].get<double>(), 2.0, 1e-6);
+    // The largest part stays still; the inputs do not state a unit.
+    EXPECT_EQ(explosion["base"], json::array({"base"}));
+    EXPECT_EQ(explosion["offsets"][explosion["baseGroup"].get<size_t>()], json::array({0.0, 0.0, 0.0}));
+    EXPECT_EQ(explosion["units"], "mm");
+    EXPECT_EQ(explosion["animation"], "explode");
+    EXPECT_EQ(explosion["compressed"], true);
+
+    CliRun fixed = run({"explode", input, "-o", glb.string(), "--report", "-", "--fix", "top", "--units", "in",
+                        "--no-compress", "--lines"});
+    ASSERT_EQ(fixed.status, velmora::kExitOk) << fixed.err;
+    const json fixedReport = json::parse(fixed.out);
+    EXPECT_EQ(fixedReport["explosion"]["base"], json::array({"top"}));
+    EXPECT_EQ(fixedReport["explosion"]["units"], "in");
+    EXPECT_EQ(fixedReport["explosion"]["compressed"], false);
+    CliRun unknownBase = run({"explode", input, "-o", (dir / "never.glb").string(), "--fix", "lid"});
+    EXPECT_EQ(unknownBase.status, velmora::kExitInput);
+    EXPECT_NE(unknownBase.err.find("velmora: error: no part is named 'lid'"), std::string::npos) << unknownBase.err;
+    EXPECT_FALSE(fs::exists(dir / "never.glb"));
 
     CliRun pose = run({"explode", input, "-o", glb.string(), "--report", "-", "--pose", "exploded",
                        "--split-distance", "0.5"});
@@ -161,7 +179,9 @@ TEST_F(CliPlanTest, ExplodeWritesAGlbAndItsReport)
     for (const std::vector<std::string>& bad :
          {std::vector<std::string>{"explode", input}, {"explode", input, "-o", glb.string(), "--policy", "3"},
           {"explode", input, "-o", glb.string(), "--play-style", "4"},
-          {"explode", input, "-o", glb.string(), "--pose", "sideways"}}) {
+          {"explode", input, "-o", glb.string(), "--pose", "sideways"},
+          {"explode", input, "-o", glb.string(), "--units", "furlong"},
+          {"explode", input, "-o", glb.string(), "--speed", "-1"}}) {
         CliRun b = run(bad);
         EXPECT_EQ(b.status, velmora::kExitUsage) << b.err;
     }
