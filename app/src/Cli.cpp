@@ -15,6 +15,7 @@
 #include "velmora/Import.h"
 #include "velmora/OutputFile.h"
 #include "velmora/Removal.h"
+#include "velmora/RemovalInstructions.h"
 #include "velmora/Report.h"
 #include "velmora/TerminalProgress.h"
 
@@ -56,6 +57,7 @@ struct RemoveFlags {
     std::string part;
     std::string report;
     std::string glb;
+    ExplodeFlags view;  // how the steps' view is written and what stays still
 };
 
 void addInputFlags(CLI::App& command, InputFlags& flags)
@@ -282,38 +284,46 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     return kExitOk;
 }
 
-// Three decimals, with no "-0.000" for components that round to zero.
-std::string formatDirection(const Wm4::Vector3<double>& d)
+// The instructions as a numbered list for people.
+void printRemovalInstructions(const Assembly& assembly, const RemovalProcedure& removal, unsigned base,
+                              const std::vector<RemovalInstruction>& instructions, std::ostream& out)
 {
-    auto rounded = [](double x) { return std::round(x * 1000.0) / 1000.0 + 0.0; };
-    char text[96];
-    std::snprintf(text, sizeof text, "(%.3f, %.3f, %.3f)", rounded(d[0]), rounded(d[1]), rounded(d[2]));
-    return text;
-}
-
-std::string joinedPartNames(const Assembly& assembly, const std::vector<unsigned>& groups)
-{
-    std::string names;
-    for (const std::string& name : partNamesOf(assembly, groups))
-        names += (names.empty() ? "" : ", ") + name;
-    return names;
-}
-
-// The steps as a numbered list for people.
-void printRemovalSteps(const Assembly& assembly, const RemovalProcedure& removal, std::ostream& out)
-{
-    const size_t n = removal.steps.size();
-    out << "Taking out " << assembly.parts[removal.part].name << ": " << n << (n == 1 ? " step" : " steps")
-        << "\n";
+    const size_t n = instructions.size();
+    out << "Taking out " << assembly.parts[removal.part].name << " (" << describeParts(assembly, {base})
+        << " stays in place): " << n << (n == 1 ? " step" : " steps") << "\n";
     for (size_t s = 0; s < n; ++s) {
-        const RemovalStep& step = removal.steps[s];
-        out << "  " << s + 1 << ". ";
-        if (step.sense == 0)
-            out << "take out " << joinedPartNames(assembly, step.groups) << "\n";
-        else
-            out << "move " << joinedPartNames(assembly, step.groups) << " along " << formatDirection(step.direction)
-                << "\n";
+        const RemovalInstruction& step = instructions[s];
+        out << "  " << s + 1 << ". take out " << describeParts(assembly, step.groups);
+        if (step.direction.Length() > 0)
+            out << " along " << describeDirection(step.direction);
+        out << "\n";
     }
+}
+
+Json instructionsJson(const Assembly& assembly, const std::vector<RemovalInstruction>& instructions)
+{
+    Json out = Json::array();
+    for (size_t s = 0; s < instructions.size(); ++s) {
+        const RemovalInstruction& step = instructions[s];
+        out.push_back({{"step", s + 1},
+                       {"groups", step.groups},
+                       {"parts", partNamesOf(assembly, step.groups)},
+                       {"direction", {step.direction[0], step.direction[1], step.direction[2]}},
+                       {"target", step.target}});
+    }
+    return out;
+}
+
+// The group kept still while a part is taken out: --fix's, else the default.
+unsigned removalBaseGroup(const Assembly& assembly, unsigned part, const std::string& fix)
+{
+    const unsigned target = groupOfPart(assembly, part);
+    if (fix.empty())
+        return removalBase(assembly, target);
+    const unsigned base = groupOfPart(assembly, findPart(assembly, fix));
+    if (base == target && assembly.groups.size() > 1)
+        throw InputError("the part to take out cannot stay in place: --fix names a part that moves with it");
+    return base;
 }
 
 int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
@@ -323,6 +333,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
+    const unsigned base = removalBaseGroup(assembly, part, remove.view.fix);
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     timer.reset();
@@ -332,19 +343,25 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
         removal = planRemoval(*plan, part, !remove.glb.empty());
     }
     const double removalMs = timer.getElapsedMs();
+    const std::vector<RemovalInstruction> instructions = removalInstructions(*plan, removal, base);
     const bool listToStdout = remove.report != "-" && remove.glb != "-";
-    printRemovalSteps(assembly, removal, listToStdout ? out : err);
+    printRemovalInstructions(assembly, removal, base, instructions, listToStdout ? out : err);
     if (reportFile) {
         Json report = inputsJson(inputs);
         report.update(removalReport(*plan, removal));
+        report["removal"]["base"] = partNamesOf(assembly, {base});
+        report["removal"]["instructions"] = instructionsJson(assembly, instructions);
         report["timings"]["importMs"] = importMs;
         report["timings"]["removalMs"] = removalMs;
         writeJson(report, *reportFile);
     }
     if (!remove.glb.empty()) {
-        ExplodeFlags steps;
+        ExplodeFlags steps = remove.view;
         steps.glb = remove.glb;
+        steps.fix.clear();
+        steps.options.base = int(base);
         steps.options.policy = 0;  // one step after the other
+        steps.options.glb.animationName = "remove " + assembly.parts[part].name;
         writeExplodedView(*plan, steps, flags.verbose, nullptr, Json::object(), err);
     }
     return kExitOk;
@@ -433,6 +450,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     remove->add_option("-o,--output", removeFlags.report, "Also write the steps as JSON (- for standard output)");
     remove->add_option("--gltf", removeFlags.glb, "Also write the steps as an animated .glb");
     addPlanFlags(*remove, planning, true);
+    addViewFlags(*remove, removeFlags.view);
 
     std::string demoName = "stack";
     bool demoList = false;
