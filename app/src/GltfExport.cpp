@@ -70,6 +70,13 @@ json matrixJson(const Mat3f& m, const Vec3f& t)
     return out;
 }
 
+// Sets `node`'s matrix to the affine map x -> m x + t unless it is the identity.
+void setMatrix(json& node, const Mat3f& m, const Vec3f& t)
+{
+    if (m != Mat3f::IDENTITY || t != Vec3f::ZERO)
+        node["matrix"] = matrixJson(m, t);
+}
+
 // The assembly's frame to glTF's: metres, and +Z turned to +Y for Z-up inputs.
 Mat3f toGltfFrame(const GlbOptions& options)
 {
@@ -275,9 +282,8 @@ public:
     SceneWriter(GlbBuilder& builder, const Assembly& assembly, const GlbOptions& options)
         : mBuilder(builder), mAssembly(assembly), mOptions(options)
     {
-        json root = {{"name", "assembly"},
-                     {"matrix", matrixJson(toGltfFrame(options), Vec3f::ZERO)},
-                     {"extras", {{"units", options.units}, {"upAxis", options.zUp ? "Z" : "Y"}}}};
+        json root = {{"name", "assembly"}, {"extras", {{"units", options.units}, {"upAxis", options.zUp ? "Z" : "Y"}}}};
+        setMatrix(root, toGltfFrame(options), Vec3f::ZERO);
         mRoot = mBuilder.add("nodes", std::move(root));
         mPaths[""] = mRoot;
     }
@@ -293,9 +299,8 @@ public:
         mBuilder.addChild(pathNode(parentPath(p)), node);
         const StoredMesh& stored = meshOf(part);
         const Mat3f& world = p.mesh->World.GetMatrix();
-        json meshNode = {{"name", p.name},
-                         {"matrix", matrixJson(world * stored.step,
-                                               world * stored.origin + p.mesh->World.GetTranslate())}};
+        json meshNode = {{"name", p.name}};
+        setMatrix(meshNode, world * stored.step, world * stored.origin + p.mesh->World.GetTranslate());
         if (stored.mesh >= 0)
             meshNode["mesh"] = stored.mesh;
         mBuilder.addChild(node, mBuilder.add("nodes", std::move(meshNode)));

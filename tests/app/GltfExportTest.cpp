@@ -121,14 +121,17 @@ struct Glb {
         const json& mesh = meshNode(part);
         const json& prim = primitive(mesh);
         const std::vector<Vec3f> positions = vectors(prim["attributes"]["POSITION"].get<int>());
-        const kx::kxGenericTransformation<float> place = transformOf(mesh["matrix"]);
+        const kx::kxGenericTransformation<float> place = transformOf(mesh.value("matrix", json()));
         std::vector<Vec3f> corners;
         for (uint32_t i : indices(prim["indices"].get<int>()))
             corners.push_back(place.ApplyForward(positions.at(i)));
         return corners;
     }
+    // A node's matrix as a transformation (the identity when it has none).
     static kx::kxGenericTransformation<float> transformOf(const json& m)
     {
+        if (m.is_null())
+            return {};
         return {Wm4::Matrix3<float>(m[0], m[4], m[8], m[1], m[5], m[9], m[2], m[6], m[10]), {m[12], m[13], m[14]}};
     }
 };
@@ -515,7 +518,7 @@ TEST(GltfExport, FilesReadBackAsTheAssemblyCompressedOrNot)
         const velmora::Assembly back = velmora::importAssembly({file.string()});
         EXPECT_EQ("m", back.units);
         ASSERT_EQ(assembly.parts.size(), back.parts.size());
-        const kx::kxGenericTransformation<float> root = Glb::transformOf(glb.document["nodes"][0]["matrix"]);
+        const kx::kxGenericTransformation<float> root = Glb::transformOf(glb.document["nodes"][0].value("matrix", json()));
         for (size_t p = 0; p < assembly.parts.size(); ++p) {
             const velmora::Part& part = assembly.parts[p];
             const velmora::Part& read = partNamed(back, part.name);
@@ -555,7 +558,7 @@ TEST(GltfExport, ExplodedPinsAgreeWithTheReport)
     const json parts = json::parse(readFile(report))["parts"];
     const velmora::Assembly original = velmora::importAssembly({input.string()});
     const velmora::Assembly back = velmora::importAssembly({view.string()});
-    const kx::kxGenericTransformation<float> root = Glb::transformOf(Glb(readFile(view)).document["nodes"][0]["matrix"]);
+    const kx::kxGenericTransformation<float> root = Glb::transformOf(Glb(readFile(view)).document["nodes"][0].value("matrix", json()));
     ASSERT_EQ(original.parts.size(), back.parts.size());
     for (const json& reported : parts) {
         const std::string name = reported["name"];
