@@ -686,3 +686,31 @@ TEST(GltfExport, PassesTheKhronosValidator)
         EXPECT_EQ(0, reports[f]["numErrors"].get<int>()) << files[f] << ": " << reports[f]["errors"].dump(2);
     fs::remove_all(dir);
 }
+
+// The camera looks at the exploded pose: every corner of every part, in
+// glTF's frame, lies in front of it within half its vertical field of view.
+TEST(GltfExport, CameraSeesTheWholeExplodedPose)
+{
+    const ExplodedStack& stack = explodedStack();
+    const velmora::Assembly& assembly = stack.plan->assembly();
+    const Glb glb(velmora::buildExplodedPoseGlb(assembly, stack.offsets, plainOptions()));
+    const json& scene = glb.document["scenes"][0]["nodes"];
+    const json& camera = glb.document["nodes"][scene[1].get<size_t>()];
+    const double halfFov = 0.5 * glb.document["cameras"][camera["camera"].get<size_t>()]["perspective"]["yfov"].get<double>();
+    const Vec3f eye = vec3Of(camera["translation"]);
+    const json& q = camera["rotation"];
+    const Vec3f axis(q[0].get<float>(), q[1].get<float>(), q[2].get<float>());
+    const float w = q[3].get<float>();
+    // The camera looks down its -Z: that axis turned by the rotation.
+    const Vec3f back(0, 0, 1);
+    const Vec3f t = axis.Cross(back) * 2.0f;
+    const Vec3f forward = -(back + t * w + axis.Cross(t));
+    const kx::kxGenericTransformation<float> root = Glb::transformOf(glb.document["nodes"][0].value("matrix", json()));
+    for (size_t g = 0; g < assembly.groups.size(); ++g)
+        for (unsigned part : assembly.groups[g].parts)
+            for (const Vec3f& corner : shifted(worldCorners(assembly.parts[part]), stack.offsets[g])) {
+                Vec3f toCorner = root.ApplyForward(corner) - eye;
+                toCorner.Normalize();
+                EXPECT_LT(std::acos(std::clamp(double(toCorner.Dot(forward)), -1.0, 1.0)), halfFov);
+            }
+}
