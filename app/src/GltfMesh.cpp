@@ -65,14 +65,14 @@ ShadedMesh shadeMesh(const kx::kxTriMesh& mesh, double creaseRadians)
     out.indices.resize(indexCount);
     meshopt_optimizeVertexCache(out.indices.data(), copy->GetIndexBuffer()->GetData(), indexCount, vertices.size());
     // Drops vertices no triangle uses and numbers the rest in first-use order.
-    const size_t used =
-        meshopt_optimizeVertexFetch(vertices.data(), out.indices.data(), indexCount, vertices.data(),
-                                    vertices.size(), sizeof(ShadedVertex));
+    std::vector<ShadedVertex> fetched(vertices.size());
+    const size_t used = meshopt_optimizeVertexFetch(fetched.data(), out.indices.data(), indexCount, vertices.data(),
+                                                    vertices.size(), sizeof(ShadedVertex));
     out.positions.reserve(used);
     out.normals.reserve(used);
     for (size_t v = 0; v < used; ++v) {
-        out.positions.push_back(vertices[v].position);
-        out.normals.push_back(vertices[v].normal);
+        out.positions.push_back(fetched[v].position);
+        out.normals.push_back(fetched[v].normal);
     }
     return out;
 }
