@@ -9,6 +9,7 @@ packages=(
   libembree-dev libassimp-dev libcli11-dev nlohmann-json3-dev
   python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pytest python3-distributed
   python3-skbuild python3-venv python3-pip
+  libmeshoptimizer-dev
 )
 
 missing=()

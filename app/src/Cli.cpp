@@ -16,6 +16,7 @@
 #include "velmora/LogSink.h"
 #include "velmora/OutputFile.h"
 #include "velmora/Removal.h"
+#include "velmora/RemovalInstructions.h"
 #include "velmora/Report.h"
 #include "velmora/TerminalProgress.h"
 
@@ -36,17 +37,28 @@ struct PlanFlags {
     std::vector<std::string> keepTogether;  // comma-separated part names, one set per use
 };
 
+// The command line's defaults: timing by travel.
+ExplodeOptions defaultExplodeOptions()
+{
+    ExplodeOptions options;
+    options.speed = 0.8f;
+    return options;
+}
+
 struct ExplodeFlags {
     std::string glb;
     std::string report;
     std::string pose = "animated";
-    ExplodeOptions options;
+    std::string fix;            // the part kept still; empty: the largest
+    std::string units = "mm";   // of inputs that do not state theirs
+    ExplodeOptions options = defaultExplodeOptions();
 };
 
 struct RemoveFlags {
     std::string part;
     std::string report;
     std::string glb;
+    ExplodeFlags view;  // how the steps' view is written and what stays still
 };
 
 void addInputFlags(CLI::App& command, InputFlags& flags)
@@ -83,6 +95,26 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
         ->type_name("PART,PART…");
 }
 
+// How the view is written: shared by the commands that write one.
+void addViewFlags(CLI::App& command, ExplodeFlags& flags)
+{
+    command.add_option("--fix", flags.fix, "The part that stays still (default: the largest)")->type_name("PART");
+    command.add_option("--units", flags.units, "Length unit of inputs that do not state one")
+        ->check(CLI::IsMember({"mm", "cm", "m", "in"}))
+        ->capture_default_str();
+    command.add_flag("--compress,!--no-compress", flags.options.glb.compress,
+                     "Quantised, meshopt-compressed geometry (--no-compress: plain floats for any viewer)")
+        ->capture_default_str();
+    command.add_flag("--lines", flags.options.glb.lines, "A line from every moving part's place to its exploded one");
+    command.add_option("--crease-angle", flags.options.glb.creaseAngle, "Degrees between faces above which edges stay sharp")
+        ->check(CLI::Range(0.0f, 180.0f))
+        ->capture_default_str();
+    command.add_option("--speed", flags.options.speed,
+                       "Travel per second in diagonals of the assembly (0: one second per split)")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+}
+
 void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
 {
     command.add_option("--policy", flags.options.policy,
@@ -100,6 +132,7 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
     command.add_option("--pose", flags.pose, "animated: the explode animation; exploded: the final pose only")
         ->check(CLI::IsMember({"animated", "exploded"}))
         ->capture_default_str();
+    addViewFlags(command, flags);
 }
 
 Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
@@ -209,6 +242,11 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
 {
     ExplodeOptions options = flags.options;
     options.staticPose = flags.pose == "exploded";
+    const Assembly& assembly = plan.assembly();
+    if (!flags.fix.empty())
+        options.base = int(groupOfPart(assembly, findPart(assembly, flags.fix)));
+    options.glb.units = assembly.units.empty() ? flags.units : assembly.units;
+    options.glb.zUp = isZUp(assembly);
     kx::kxTimer timer;
     ExplodedView view;
     {
@@ -237,6 +275,8 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
+    if (!explode.fix.empty())
+        findPart(assembly, explode.fix);  // an unknown name fails before the planning
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     Json report = inputsJson(inputs);
@@ -245,38 +285,46 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     return kExitOk;
 }
 
-// Three decimals, with no "-0.000" for components that round to zero.
-std::string formatDirection(const Wm4::Vector3<double>& d)
+// The instructions as a numbered list for people.
+void printRemovalInstructions(const Assembly& assembly, const RemovalProcedure& removal, unsigned base,
+                              const std::vector<RemovalInstruction>& instructions, std::ostream& out)
 {
-    auto rounded = [](double x) { return std::round(x * 1000.0) / 1000.0 + 0.0; };
-    char text[96];
-    std::snprintf(text, sizeof text, "(%.3f, %.3f, %.3f)", rounded(d[0]), rounded(d[1]), rounded(d[2]));
-    return text;
-}
-
-std::string joinedPartNames(const Assembly& assembly, const std::vector<unsigned>& groups)
-{
-    std::string names;
-    for (const std::string& name : partNamesOf(assembly, groups))
-        names += (names.empty() ? "" : ", ") + name;
-    return names;
-}
-
-// The steps as a numbered list for people.
-void printRemovalSteps(const Assembly& assembly, const RemovalProcedure& removal, std::ostream& out)
-{
-    const size_t n = removal.steps.size();
-    out << "Taking out " << assembly.parts[removal.part].name << ": " << n << (n == 1 ? " step" : " steps")
-        << "\n";
+    const size_t n = instructions.size();
+    out << "Taking out " << assembly.parts[removal.part].name << " (" << describeParts(assembly, {base})
+        << " stays in place): " << n << (n == 1 ? " step" : " steps") << "\n";
     for (size_t s = 0; s < n; ++s) {
-        const RemovalStep& step = removal.steps[s];
-        out << "  " << s + 1 << ". ";
-        if (step.sense == 0)
-            out << "take out " << joinedPartNames(assembly, step.groups) << "\n";
-        else
-            out << "move " << joinedPartNames(assembly, step.groups) << " along " << formatDirection(step.direction)
-                << "\n";
+        const RemovalInstruction& step = instructions[s];
+        out << "  " << s + 1 << ". take out " << describeParts(assembly, step.groups);
+        if (step.direction.Length() > 0)
+            out << " along " << describeDirection(step.direction);
+        out << "\n";
     }
+}
+
+Json instructionsJson(const Assembly& assembly, const std::vector<RemovalInstruction>& instructions)
+{
+    Json out = Json::array();
+    for (size_t s = 0; s < instructions.size(); ++s) {
+        const RemovalInstruction& step = instructions[s];
+        out.push_back({{"step", s + 1},
+                       {"groups", step.groups},
+                       {"parts", partNamesOf(assembly, step.groups)},
+                       {"direction", {step.direction[0], step.direction[1], step.direction[2]}},
+                       {"target", step.target}});
+    }
+    return out;
+}
+
+// The group kept still while a part is taken out: --fix's, else the default.
+unsigned removalBaseGroup(const Assembly& assembly, unsigned part, const std::string& fix)
+{
+    const unsigned target = groupOfPart(assembly, part);
+    if (fix.empty())
+        return removalBase(assembly, target);
+    const unsigned base = groupOfPart(assembly, findPart(assembly, fix));
+    if (base == target && assembly.groups.size() > 1)
+        throw InputError("the part to take out cannot stay in place: --fix names a part that moves with it");
+    return base;
 }
 
 int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
@@ -286,6 +334,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
+    const unsigned base = removalBaseGroup(assembly, part, remove.view.fix);
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     timer.reset();
@@ -295,19 +344,25 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
         removal = planRemoval(*plan, part, !remove.glb.empty());
     }
     const double removalMs = timer.getElapsedMs();
+    const std::vector<RemovalInstruction> instructions = removalInstructions(*plan, removal, base);
     const bool listToStdout = remove.report != "-" && remove.glb != "-";
-    printRemovalSteps(assembly, removal, listToStdout ? out : err);
+    printRemovalInstructions(assembly, removal, base, instructions, listToStdout ? out : err);
     if (reportFile) {
         Json report = inputsJson(inputs);
         report.update(removalReport(*plan, removal));
+        report["removal"]["base"] = partNamesOf(assembly, {base});
+        report["removal"]["instructions"] = instructionsJson(assembly, instructions);
         report["timings"]["importMs"] = importMs;
         report["timings"]["removalMs"] = removalMs;
         writeJson(report, *reportFile);
     }
     if (!remove.glb.empty()) {
-        ExplodeFlags steps;
+        ExplodeFlags steps = remove.view;
         steps.glb = remove.glb;
+        steps.fix.clear();
+        steps.options.base = int(base);
         steps.options.policy = 0;  // one step after the other
+        steps.options.glb.animationName = "remove " + assembly.parts[part].name;
         writeExplodedView(*plan, steps, flags.verbose, nullptr, Json::object(), err);
     }
     return kExitOk;
@@ -396,6 +451,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     remove->add_option("-o,--output", removeFlags.report, "Also write the steps as JSON (- for standard output)");
     remove->add_option("--gltf", removeFlags.glb, "Also write the steps as an animated .glb");
     addPlanFlags(*remove, planning, true);
+    addViewFlags(*remove, removeFlags.view);
 
     std::string demoName = "stack";
     bool demoList = false;

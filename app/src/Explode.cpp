@@ -4,6 +4,7 @@
 
 #include "kxExplodedViewAnimation.h"
 #include "kxExplosionDiagram.h"
+#include "velmora/FixedBase.h"
 
 namespace velmora {
 namespace {
@@ -16,7 +17,22 @@ void checkOptions(const ExplodeOptions& options)
         throw InputError("the play style must be 0, 1, 2 or 3");
     if (!std::isfinite(options.splitDistance) || options.splitDistance < 0)
         throw InputError("the split distance must be a finite number of at least 0");
+    if (!std::isfinite(options.speed) || options.speed < 0)
+        throw InputError("the speed must be a finite number of at least 0");
 }
+
+// The group kept still: the asked one, else that of the largest part.
+unsigned baseGroup(const Assembly& assembly, int asked)
+{
+    if (asked < 0)
+        return groupOfPart(assembly, largestPart(assembly));
+    if (size_t(asked) >= assembly.groups.size())
+        throw InputError("the base group " + std::to_string(asked) + " does not exist");
+    return unsigned(asked);
+}
+
+// Shortest stretch of a retimed animation, in seconds.
+constexpr float kMinimumStretchSeconds = 0.2f;
 
 float animationDuration(const std::vector<GroupKeyframes>& keyframes)
 {
@@ -29,12 +45,14 @@ float animationDuration(const std::vector<GroupKeyframes>& keyframes)
 
 }  // namespace
 
-float defaultSplitDistance(const Assembly& assembly)
+float diagonal(const Assembly& assembly)
 {
     Wm4::Vector3<float> lo, hi;
     assemblyBounds(assembly, lo, hi);
-    return 0.1f * (hi - lo).Length();
+    return (hi - lo).Length();
 }
+
+float defaultSplitDistance(const Assembly& assembly) { return 0.1f * diagonal(assembly); }
 
 ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
 {
@@ -43,13 +61,17 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
         throw std::logic_error("explodeAssembly needs a plan with a hierarchy");
     ExplodedView view;
     view.splitDistance = options.splitDistance > 0 ? options.splitDistance : defaultSplitDistance(plan.assembly());
+    view.base = baseGroup(plan.assembly(), options.base);
+    GlbOptions glb = options.glb;
+    glb.baseGroup = int(view.base);
 
     kxExplosionDiagram diagram(plan.builder());
     diagram.computeTranslationHierarchy(view.splitDistance);
     for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
         view.offsets.push_back(diagram.getFinalPerGroupTranslation(g));
+    view.offsets = offsetsRelativeTo(view.offsets, view.base);
     if (options.staticPose) {
-        view.glb = buildExplodedPoseGlb(plan.assembly(), view.offsets);
+        view.glb = buildExplodedPoseGlb(plan.assembly(), view.offsets, glb);
         return view;
     }
 
@@ -57,9 +79,12 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     animation.setAnimationPolicy(kxExplodedViewAnimation::tAnimationPolicy(options.policy));
     animation.setAnimationPlayStyle(kxExplodedViewAnimation::tAnimationPlayStyle(options.playStyle));
     animation.createKeyFrameControllers();
-    view.keyframes = readGroupKeyframes(plan.groups());
+    view.keyframes = keyframesRelativeTo(readGroupKeyframes(plan.groups()), view.base);
+    if (options.speed > 0)
+        view.keyframes = retimedByTravel(view.keyframes, options.speed * diagonal(plan.assembly()),
+                                         kMinimumStretchSeconds);
     view.duration = animationDuration(view.keyframes);
-    view.glb = buildAnimatedGlb(plan.assembly(), view.keyframes);
+    view.glb = buildAnimatedGlb(plan.assembly(), view.keyframes, glb);
     return view;
 }
 

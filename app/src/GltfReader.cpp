@@ -1,9 +1,16 @@
 // A glTF 2.0 reader for what assembly import needs: node hierarchy with
-// matrices or TRS, triangle primitives with float positions and optional
-// indices, buffers in a GLB chunk, in external files or in base64 data URIs.
+// matrices or TRS, triangle primitives with float or quantised positions and
+// optional indices, base colours of their materials, buffers in a GLB chunk,
+// in external files or in base64 data URIs, and meshopt-compressed views
+// (decoded once, on loading).
+#include <meshoptimizer.h>
+
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "SourceFile.h"
@@ -20,6 +27,55 @@ constexpr uint32_t kChunkJson = 0x4E4F534A;
 constexpr uint32_t kChunkBin = 0x004E4942;
 constexpr int kFloat = 5126;
 constexpr int kModeTriangles = 4;
+// Decoded views larger than this are refused as malformed.
+constexpr size_t kMaxDecodedBytes = size_t(1) << 31;
+
+// A position component of `componentType` as a float (glTF's rules for
+// normalised integers).
+float componentValue(const unsigned char* bytes, int componentType, bool normalized)
+{
+    switch (componentType) {
+    case 5120: {
+        int8_t v;
+        std::memcpy(&v, bytes, 1);
+        return normalized ? std::max(float(v) / 127.0f, -1.0f) : float(v);
+    }
+    case 5121:
+        return normalized ? float(bytes[0]) / 255.0f : float(bytes[0]);
+    case 5122: {
+        int16_t v;
+        std::memcpy(&v, bytes, 2);
+        return normalized ? std::max(float(v) / 32767.0f, -1.0f) : float(v);
+    }
+    case 5123: {
+        uint16_t v;
+        std::memcpy(&v, bytes, 2);
+        return normalized ? float(v) / 65535.0f : float(v);
+    }
+    default: {
+        float v;
+        std::memcpy(&v, bytes, 4);
+        return v;
+    }
+    }
+}
+
+size_t componentSize(int componentType)
+{
+    switch (componentType) {
+    case 5120:
+    case 5121:
+        return 1;
+    case 5122:
+    case 5123:
+        return 2;
+    case 5125:
+    case kFloat:
+        return 4;
+    default:
+        return 0;
+    }
+}
 
 std::vector<unsigned char> readBytes(const std::string& file)
 {
@@ -85,6 +141,7 @@ public:
             throw InputError(file + ": cannot read: malformed JSON (" + e.what() + ")");
         }
         loadBuffers(std::move(glbChunk));
+        decodeCompressedViews();
     }
 
     SourceFile read() const
@@ -93,6 +150,7 @@ public:
         try {
             for (const json& mesh : mJson.value("meshes", json::array()))
                 out.meshes.push_back(readMesh(mesh));
+            out.units = "m";
             const json& scenes = mJson.value("scenes", json::array());
             const size_t sceneIndex = mJson.value("scene", 0);
             if (sceneIndex < scenes.size()) {
@@ -149,9 +207,13 @@ private:
     // The bytes of element k of an accessor, checked against its view and buffer.
     const unsigned char* element(const json& accessor, size_t k, size_t elementSize) const
     {
-        const json& view = mJson.at("bufferViews").at(accessor.at("bufferView").get<size_t>());
-        const std::vector<unsigned char>& buffer = mBuffers.at(view.at("buffer").get<size_t>());
-        const size_t viewOffset = view.value("byteOffset", size_t(0));
+        const size_t viewIndex = accessor.at("bufferView").get<size_t>();
+        const json& view = mJson.at("bufferViews").at(viewIndex);
+        const auto decoded = mDecodedViews.find(viewIndex);
+        const bool isDecoded = decoded != mDecodedViews.end();
+        const std::vector<unsigned char>& buffer =
+            isDecoded ? decoded->second : mBuffers.at(view.at("buffer").get<size_t>());
+        const size_t viewOffset = isDecoded ? 0 : view.value("byteOffset", size_t(0));
         const size_t viewLength = view.at("byteLength").get<size_t>();
         const size_t stride = view.value("byteStride", elementSize);
         const size_t offset = accessor.value("byteOffset", size_t(0)) + k * stride;
@@ -166,15 +228,21 @@ private:
             !primitive["attributes"].contains("POSITION"))
             return;
         const json& positions = mJson.at("accessors").at(primitive["attributes"]["POSITION"].get<size_t>());
-        if (positions.at("componentType").get<int>() != kFloat || positions.at("type").get<std::string>() != "VEC3")
-            throw InputError(mFile + ": positions that are not three floats are not supported");
+        const int positionType = positions.at("componentType").get<int>();
+        const size_t positionSize = componentSize(positionType);
+        if (positionSize == 0 || positionType == 5125 || positions.at("type").get<std::string>() != "VEC3")
+            throw InputError(mFile + ": positions that are not three floats or quantised integers are not supported");
+        const bool normalized = positions.value("normalized", false);
         const unsigned base = static_cast<unsigned>(mesh.positions.size());
         const size_t count = positions.at("count").get<size_t>();
         for (size_t v = 0; v < count; ++v) {
-            float xyz[3];
-            std::memcpy(xyz, element(positions, v, sizeof(xyz)), sizeof(xyz));
-            mesh.positions.emplace_back(xyz[0], xyz[1], xyz[2]);
+            const unsigned char* bytes = element(positions, v, 3 * positionSize);
+            mesh.positions.emplace_back(componentValue(bytes, positionType, normalized),
+                                        componentValue(bytes + positionSize, positionType, normalized),
+                                        componentValue(bytes + 2 * positionSize, positionType, normalized));
         }
+        if (!mesh.colour && primitive.contains("material"))
+            mesh.colour = baseColour(mJson.at("materials").at(primitive["material"].get<size_t>()));
         if (!primitive.contains("indices")) {
             for (size_t v = 0; v < count; ++v)
                 mesh.indices.push_back(base + static_cast<unsigned>(v));
@@ -191,6 +259,66 @@ private:
             std::memcpy(&index, bytes, size);  // little-endian, as glTF stores it
             mesh.indices.push_back(base + index);
         }
+    }
+
+    // A material's base colour factor (glTF's default: opaque white).
+    static Colour baseColour(const json& material)
+    {
+        const json factor = material.value("pbrMetallicRoughness", json::object())
+                                .value("baseColorFactor", json::array({1.0, 1.0, 1.0, 1.0}));
+        if (!factor.is_array() || factor.size() != 4)
+            return {1.0f, 1.0f, 1.0f, 1.0f};
+        float c[4];
+        for (size_t k = 0; k < 4; ++k) {
+            const float v = factor[k].is_number() ? factor[k].get<float>() : 1.0f;
+            c[k] = std::isfinite(v) ? std::clamp(v, 0.0f, 1.0f) : 1.0f;
+        }
+        return {c[0], c[1], c[2], c[3]};
+    }
+
+    // Decodes every meshopt-compressed view into mDecodedViews.
+    void decodeCompressedViews()
+    {
+        try {
+            const json& views = mJson.value("bufferViews", json::array());
+            for (size_t v = 0; v < views.size(); ++v) {
+                const json& extensions = views[v].value("extensions", json::object());
+                if (extensions.contains("EXT_meshopt_compression"))
+                    mDecodedViews[v] = decodeView(extensions["EXT_meshopt_compression"]);
+            }
+        } catch (const json::exception& e) {
+            throw InputError(mFile + ": cannot read: " + e.what());
+        }
+    }
+
+    std::vector<unsigned char> decodeView(const json& compression) const
+    {
+        const size_t bufferIndex = compression.at("buffer").get<size_t>();
+        if (bufferIndex >= mBuffers.size())
+            throw InputError(mFile + ": a compressed buffer view refers to a buffer that does not exist");
+        const std::vector<unsigned char>& buffer = mBuffers[bufferIndex];
+        const size_t offset = compression.value("byteOffset", size_t(0));
+        const size_t length = compression.at("byteLength").get<size_t>();
+        const size_t stride = compression.at("byteStride").get<size_t>();
+        const size_t count = compression.at("count").get<size_t>();
+        const std::string mode = compression.at("mode").get<std::string>();
+        if (offset > buffer.size() || length > buffer.size() - offset || stride == 0 || stride > 256 ||
+            count > kMaxDecodedBytes / stride)
+            throw InputError(mFile + ": a compressed buffer view lies outside its buffer");
+        if (compression.value("filter", std::string("NONE")) != "NONE")
+            throw InputError(mFile + ": compressed views with filters are not supported");
+        std::vector<unsigned char> out(count * stride);
+        const unsigned char* data = buffer.data() + offset;
+        int status = -1;
+        if (mode == "ATTRIBUTES" && stride % 4 == 0)
+            status = meshopt_decodeVertexBuffer(out.data(), count, stride, data, length);
+        else if (mode == "TRIANGLES" && (stride == 2 || stride == 4) && count % 3 == 0)
+            status = meshopt_decodeIndexBuffer(out.data(), count, stride, data, length);
+        else if (mode == "INDICES" && (stride == 2 || stride == 4))
+            status = meshopt_decodeIndexSequence(out.data(), count, stride, data, length);
+        if (status != 0)
+            throw InputError(mFile + ": a compressed buffer view cannot be decoded");
+        return out;
     }
 
     SourceMesh readMesh(const json& mesh) const
@@ -255,6 +383,7 @@ private:
     std::string mFile;
     json mJson;
     std::vector<std::vector<unsigned char>> mBuffers;
+    std::map<size_t, std::vector<unsigned char>> mDecodedViews;  // by view index
 };
 
 }  // namespace

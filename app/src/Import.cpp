@@ -87,6 +87,23 @@ void collectAssimpInstances(const aiScene& scene, const aiNode& node, const aiMa
         collectAssimpInstances(scene, *node.mChildren[c], world, out);
 }
 
+// The diffuse colour of a material the file defines (not Assimp's stand-in).
+std::optional<Colour> diffuseColour(const aiScene& scene, unsigned materialIndex)
+{
+    if (materialIndex >= scene.mNumMaterials)
+        return std::nullopt;
+    const aiMaterial& material = *scene.mMaterials[materialIndex];
+    aiColor4D diffuse;
+    if (material.GetName() == aiString(AI_DEFAULT_MATERIAL_NAME) ||
+        material.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != aiReturn_SUCCESS)
+        return std::nullopt;
+    float opacity = 1.0f;
+    if (material.Get(AI_MATKEY_OPACITY, opacity) != aiReturn_SUCCESS)
+        opacity = diffuse.a;
+    auto unit = [](float c) { return std::isfinite(c) ? std::clamp(c, 0.0f, 1.0f) : 1.0f; };
+    return Colour{unit(diffuse.r), unit(diffuse.g), unit(diffuse.b), unit(opacity)};
+}
+
 SourceFile readWithAssimp(const std::string& file)
 {
     Assimp::Importer importer;
@@ -108,6 +125,7 @@ SourceFile readWithAssimp(const std::string& file)
             if (src.mFaces[f].mNumIndices == 3)
                 mesh.indices.insert(mesh.indices.end(), src.mFaces[f].mIndices, src.mFaces[f].mIndices + 3);
         }
+        mesh.colour = diffuseColour(*scene, src.mMaterialIndex);
         out.meshes.push_back(std::move(mesh));
     }
     collectAssimpInstances(*scene, *scene->mRootNode, aiMatrix4x4(), out);
@@ -150,6 +168,8 @@ public:
         const std::string ext = lowerExtension(file);
         const SourceFile source = ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb") : readWithAssimp(file);
         addParts(source, file, path.stem().string());
+        if (mAssembly.units.empty())
+            mAssembly.units = source.units;
     }
 
 private:
@@ -175,7 +195,8 @@ private:
             part->editLocalTransform(false) = instance.world;
             checkPlacement(*part, file, label);
             part->SetName(uniqueName(label));
-            mAssembly.parts.push_back({part->GetName(), file, instance.nodePath, part, std::nullopt});
+            mAssembly.parts.push_back({part->GetName(), file, instance.nodePath, part,
+                                       source.meshes[size_t(instance.meshIndex)].colour});
             ++kept;
         }
         if (kept == 0)

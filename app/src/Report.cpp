@@ -152,7 +152,13 @@ Json explodeReport(const Plan& plan, const ExplodedView& view, const ExplodeOpti
                            {"policy", options.policy},
                            {"playStyle", options.staticPose ? Json(nullptr) : Json(options.playStyle)},
                            {"durationSeconds", view.duration},
-                           {"offsets", offsets}};
+                           {"offsets", offsets},
+                           {"base", partNamesOf(plan.assembly(), {view.base})},
+                           {"baseGroup", view.base},
+                           {"units", options.glb.units},
+                           {"speed", options.speed},
+                           {"compressed", options.glb.compress},
+                           {"animation", options.staticPose ? Json(nullptr) : Json(options.glb.animationName)}};
     return report;
 }
 

@@ -2,10 +2,12 @@
 // they are placed. Internal to the app layer.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "kxSceneGraph.h"
+#include "velmora/Assembly.h"
 
 namespace velmora {
 
@@ -23,11 +25,13 @@ struct SourceInstance {
 struct SourceMesh {
     std::vector<Wm4::Vector3<float>> positions;
     std::vector<unsigned> indices;
+    std::optional<Colour> colour;  // its material's base colour, when it has a material
 };
 
 struct SourceFile {
     std::vector<SourceMesh> meshes;
     std::vector<SourceInstance> instances;
+    std::string units;  // length unit when the format fixes one ("m" for glTF)
 };
 
 // The mesh of a part: non-degenerate triangles only; null when none is left.
@@ -36,7 +40,9 @@ struct SourceFile {
 kx::kxPointer<kx::kxTriMesh> buildMesh(const SourceMesh& src, const std::string& file);
 
 // Reads a glTF 2.0 file (.gltf with external or embedded buffers, or binary
-// .glb). Throws InputError naming the file on anything it cannot read.
+// .glb), including quantised attributes (KHR_mesh_quantization) and
+// meshopt-compressed buffer views (EXT_meshopt_compression). Throws
+// InputError naming the file on anything it cannot read.
 SourceFile readGltf(const std::string& file, bool binary);
 
 }  // namespace velmora

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -132,7 +134,7 @@ TEST_F(CliPlanTest, ExplodeWritesAGlbAndItsReport)
 {
     const fs::path glb = dir / "stack.glb";
     const fs::path report = dir / "explode.json";
-    CliRun r = run({"explode", input, "-o", glb.string(), "--report", report.string(), "--policy", "0"});
+    CliRun r = run({"explode", input, "-o", glb.string(), "--report", report.string(), "--policy", "0", "--speed", "0"});
     ASSERT_EQ(r.status, velmora::kExitOk) << r.err;
     EXPECT_EQ(r.out, "");
     EXPECT_NE(r.err.find("wrote " + glb.string()), std::string::npos);
@@ -150,6 +152,24 @@ TEST_F(CliPlanTest, ExplodeWritesAGlbAndItsReport)
     EXPECT_EQ(explosion["offsets"].size(), 3u);
     // One split at a time in sequence: two splits, two seconds.
     EXPECT_NEAR(explosion["durationSeconds"].get<double>(), 2.0, 1e-6);
+    // The largest part stays still; the inputs do not state a unit.
+    EXPECT_EQ(explosion["base"], json::array({"base"}));
+    EXPECT_EQ(explosion["offsets"][explosion["baseGroup"].get<size_t>()], json::array({0.0, 0.0, 0.0}));
+    EXPECT_EQ(explosion["units"], "mm");
+    EXPECT_EQ(explosion["animation"], "explode");
+    EXPECT_EQ(explosion["compressed"], true);
+
+    CliRun fixed = run({"explode", input, "-o", glb.string(), "--report", "-", "--fix", "top", "--units", "in",
+                        "--no-compress", "--lines"});
+    ASSERT_EQ(fixed.status, velmora::kExitOk) << fixed.err;
+    const json fixedReport = json::parse(fixed.out);
+    EXPECT_EQ(fixedReport["explosion"]["base"], json::array({"top"}));
+    EXPECT_EQ(fixedReport["explosion"]["units"], "in");
+    EXPECT_EQ(fixedReport["explosion"]["compressed"], false);
+    CliRun unknownBase = run({"explode", input, "-o", (dir / "never.glb").string(), "--fix", "lid"});
+    EXPECT_EQ(unknownBase.status, velmora::kExitInput);
+    EXPECT_NE(unknownBase.err.find("velmora: error: no part is named 'lid'"), std::string::npos) << unknownBase.err;
+    EXPECT_FALSE(fs::exists(dir / "never.glb"));
 
     CliRun pose = run({"explode", input, "-o", glb.string(), "--report", "-", "--pose", "exploded",
                        "--split-distance", "0.5"});
@@ -161,7 +181,9 @@ TEST_F(CliPlanTest, ExplodeWritesAGlbAndItsReport)
     for (const std::vector<std::string>& bad :
          {std::vector<std::string>{"explode", input}, {"explode", input, "-o", glb.string(), "--policy", "3"},
           {"explode", input, "-o", glb.string(), "--play-style", "4"},
-          {"explode", input, "-o", glb.string(), "--pose", "sideways"}}) {
+          {"explode", input, "-o", glb.string(), "--pose", "sideways"},
+          {"explode", input, "-o", glb.string(), "--units", "furlong"},
+          {"explode", input, "-o", glb.string(), "--speed", "-1"}}) {
         CliRun b = run(bad);
         EXPECT_EQ(b.status, velmora::kExitUsage) << b.err;
     }
@@ -175,7 +197,7 @@ TEST_F(CliPlanTest, RemoveListsTheStepsAndWritesThemAsJson)
     const fs::path glb = dir / "remove.glb";
     CliRun r = run({"remove", input, "--part", "base", "-o", report.string(), "--gltf", glb.string()});
     ASSERT_EQ(r.status, velmora::kExitOk) << r.err;
-    EXPECT_EQ(r.out.rfind("Taking out base: ", 0), 0u) << r.out;
+    EXPECT_EQ(r.out.rfind("Taking out base (middle stays in place): ", 0), 0u) << r.out;
     EXPECT_TRUE(fs::exists(glb));
 
     const json removal = readJson(report)["removal"];
@@ -188,18 +210,45 @@ TEST_F(CliPlanTest, RemoveListsTheStepsAndWritesThemAsJson)
     std::set<std::string> moved;
     for (size_t s = 0; s < steps.size(); ++s) {
         EXPECT_EQ(steps[s]["step"], s + 1);
-        // One numbered line per step on the terminal.
-        EXPECT_NE(r.out.find("  " + std::to_string(s + 1) + ". "), std::string::npos);
         if (s + 1 < steps.size())
             for (const json& part : steps[s]["parts"])
                 moved.insert(part.get<std::string>());
     }
     EXPECT_EQ(moved, (std::set<std::string>{"middle", "top"}));
-    EXPECT_NE(r.out.find(". take out base\n"), std::string::npos) << r.out;
+
+    // As instructions, with the largest other part (middle, the first of
+    // three equal boxes after base) still: base comes out downwards, and
+    // nothing that moves is the part that stays.
+    EXPECT_EQ(removal["base"], json::array({"middle"}));
+    const json& instructions = removal["instructions"];
+    ASSERT_GE(instructions.size(), 1u);
+    for (const json& step : instructions) {
+        // One numbered line per instruction on the terminal.
+        EXPECT_NE(r.out.find("  " + std::to_string(step["step"].get<int>()) + ". take out "), std::string::npos);
+        EXPECT_EQ(std::count(step["parts"].begin(), step["parts"].end(), "middle"), 0) << step;
+        EXPECT_NEAR(std::hypot(step["direction"][0].get<double>(), step["direction"][1].get<double>(),
+                               step["direction"][2].get<double>()),
+                    1.0, 1e-9);
+    }
+    EXPECT_EQ(instructions.back()["parts"], json::array({"base"}));
+    EXPECT_EQ(instructions.back()["target"], true);
+    EXPECT_EQ(instructions.back()["direction"], json::array({0.0, 0.0, -1.0}));
+    EXPECT_NE(r.out.find(". take out base along -Z\n"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("middle along"), std::string::npos) << r.out;
+
+    // Holding the top, the base leaves downwards too; the top itself never moves.
+    CliRun held = run({"remove", input, "--part", "base", "--fix", "top", "-o", "-"});
+    ASSERT_EQ(held.status, velmora::kExitOk) << held.err;
+    const json heldRemoval = json::parse(held.out)["removal"];
+    EXPECT_EQ(heldRemoval["base"], json::array({"top"}));
+    for (const json& step : heldRemoval["instructions"])
+        EXPECT_EQ(std::count(step["parts"].begin(), step["parts"].end(), "top"), 0) << step;
+    CliRun self = run({"remove", input, "--part", "base", "--fix", "base"});
+    EXPECT_EQ(self.status, velmora::kExitInput);
 
     CliRun top = run({"remove", input, "--part", "top"});
     ASSERT_EQ(top.status, velmora::kExitOk) << top.err;
-    EXPECT_EQ(top.out.rfind("Taking out top: ", 0), 0u) << top.out;
+    EXPECT_EQ(top.out.rfind("Taking out top (base stays in place): ", 0), 0u) << top.out;
 
     CliRun typo = run({"remove", input, "--part", "midle"});
     EXPECT_EQ(typo.status, velmora::kExitInput);

@@ -5,6 +5,7 @@
 
 #include "velmora/DemoAssemblies.h"
 #include "velmora/Explode.h"
+#include "velmora/FixedBase.h"
 #include "velmora/Planner.h"
 #include "velmora/Removal.h"
 
@@ -191,6 +192,12 @@ TEST(Explode, OffsetsKeyframesAndOptions)
         EXPECT_EQ(animated.keyframes[g].translations.front(), Wm4::Vector3<float>(0, 0, 0));
         EXPECT_LT((animated.keyframes[g].translations.back() - animated.offsets[g]).Length(), 1e-4f);
     }
+    // The largest part stays still: its offset and every one of its keys
+    // are exactly zero.
+    EXPECT_EQ(animated.base, velmora::groupOfPart(assembly, velmora::largestPart(assembly)));
+    EXPECT_EQ(animated.offsets[animated.base], Wm4::Vector3<float>::ZERO);
+    for (const Wm4::Vector3<float>& key : animated.keyframes[animated.base].translations)
+        EXPECT_EQ(key, Wm4::Vector3<float>::ZERO);
     // The plate leaves downwards from the washer and peg.
     EXPECT_LT(animated.offsets[kPlate][2] - animated.offsets[kWasher][2], -animated.splitDistance * 0.5f);
     ASSERT_GE(animated.glb.size(), 12u);
@@ -204,8 +211,23 @@ TEST(Explode, OffsetsKeyframesAndOptions)
     EXPECT_TRUE(still.keyframes.empty());
     EXPECT_EQ(still.duration, 0.0f);
 
-    using Options = velmora::ExplodeOptions;
-    for (const Options& bad : {Options{3, 1, 0, false}, Options{2, 4, 0, false}, Options{2, 1, -1, false}})
+    // Another base: the relative offsets stay those of the library.
+    pose.base = int(kWasher);
+    const velmora::ExplodedView fixedWasher = velmora::explodeAssembly(*plan, pose);
+    EXPECT_EQ(fixedWasher.base, kWasher);
+    EXPECT_EQ(fixedWasher.offsets[kWasher], Wm4::Vector3<float>::ZERO);
+    for (unsigned g = 0; g < 3; ++g)
+        EXPECT_LT((fixedWasher.offsets[g] - (still.offsets[g] - still.offsets[kWasher])).Length(), 1e-5f);
+
+    const auto withOption = [](auto set) {
+        velmora::ExplodeOptions options;
+        set(options);
+        return options;
+    };
+    for (const velmora::ExplodeOptions& bad :
+         {withOption([](auto& o) { o.policy = 3; }), withOption([](auto& o) { o.playStyle = 4; }),
+          withOption([](auto& o) { o.splitDistance = -1; }), withOption([](auto& o) { o.speed = -1; }),
+          withOption([](auto& o) { o.base = 99; })})
         EXPECT_THROW(velmora::explodeAssembly(*plan, bad), velmora::InputError);
 }
 
