@@ -24,6 +24,9 @@ namespace {
 struct InputFlags {
     std::vector<std::string> inputs;
     std::string groupBy = "mesh";
+    double deflection = 0.0;
+    double angularDeflection = 0.0;
+    bool verbose = false;
 };
 
 // Options of the commands that plan an assembly.
@@ -48,14 +51,34 @@ struct RemoveFlags {
     std::string glb;
 };
 
+CLI::Validator groupingValidator()
+{
+    return CLI::Validator(
+        [](std::string& text) {
+            try {
+                parseGroupBy(text);
+                return std::string();
+            } catch (const InputError& e) {
+                return std::string(e.what());
+            }
+        },
+        "GROUPING");
+}
+
 void addInputFlags(CLI::App& command, InputFlags& flags)
 {
     command.add_option("inputs", flags.inputs, "Mesh files or directories (a directory is one part per file)")
         ->required()
         ->type_name("INPUT");
-    command.add_option("--group-by", flags.groupBy, "Parts that move as one: mesh, node or file")
-        ->check(CLI::IsMember({"mesh", "node", "file"}))
+    command.add_option("--group-by", flags.groupBy, "Parts that move as one: mesh, node, file, subassembly or level:N")
+        ->check(groupingValidator())
         ->capture_default_str();
+    command.add_option("--deflection", flags.deflection,
+                       "STEP/IGES tessellation: largest chord error in mm (0: relative to each solid's size)")
+        ->check(CLI::NonNegativeNumber);
+    command.add_option("--angular-deflection", flags.angularDeflection,
+                       "STEP/IGES tessellation: largest angle in degrees between neighbouring facets (0: 10)")
+        ->check(CLI::Range(0.0, 90.0));
 }
 
 void addOutputFlag(CLI::App& command, std::string& output, const std::string& what)
@@ -103,7 +126,13 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
 
 Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
 {
-    Assembly assembly = importAssembly(flags.inputs, {parseGroupBy(flags.groupBy)});
+    ImportOptions options;
+    options.groupBy = parseGroupBy(flags.groupBy);
+    options.groupLevel = parseGroupLevel(flags.groupBy);
+    options.deflection = flags.deflection;
+    options.angularDeflection = flags.angularDeflection;
+    options.verbose = flags.verbose;
+    Assembly assembly = importAssembly(flags.inputs, options);
     for (const std::string& warning : assembly.warnings)
         err << "velmora: warning: " << warning << "\n";
     return assembly;
@@ -423,6 +452,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
         return kExitUsage;
     }
 
+    inputs.verbose = planning.verbose;
     try {
         if (info->parsed())
             return runInfo(inputs, report, out, err);
