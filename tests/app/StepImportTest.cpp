@@ -15,7 +15,9 @@
 #include <set>
 
 #include "CliRun.h"
+#include "GltfTree.h"
 #include "StepWriter.h"
+#include "AssemblyChecks.h"
 #include "velmora/Import.h"
 
 namespace fs = std::filesystem;
@@ -23,6 +25,8 @@ using namespace step_test;
 using velmora::Assembly;
 using velmora::Colour;
 using Vec3 = Wm4::Vector3<float>;
+
+using namespace assembly_test;
 
 namespace {
 
@@ -83,34 +87,10 @@ unsigned partIndex(const Assembly& assembly, const std::string& name)
     return 0;
 }
 
-void partBounds(const velmora::Part& part, Vec3& lo, Vec3& hi)
-{
-    Assembly one;
-    one.parts.push_back(part);
-    velmora::assemblyBounds(one, lo, hi);
-}
-
 void expectNear(const Vec3& actual, const Vec3& expected, float tolerance, const std::string& what)
 {
     for (int i = 0; i < 3; ++i)
         EXPECT_NEAR(actual[i], expected[i], tolerance) << what << " axis " << i;
-}
-
-// Volume enclosed by the part's triangles in world coordinates: positive
-// when they face outwards.
-double signedVolume(const velmora::Part& part)
-{
-    const kx::kxTriMesh& mesh = *part.mesh;
-    double volume = 0;
-    for (int t = 0; t < mesh.GetTriangleQuantity(); ++t) {
-        int i[3];
-        mesh.GetTriangle(t, i[0], i[1], i[2]);
-        Vec3 p[3];
-        for (int k = 0; k < 3; ++k)
-            p[k] = mesh.World.ApplyForward(mesh.GetVertexBuffer()->Position3(i[k]));
-        volume += double(p[0].Dot(p[1].Cross(p[2]))) / 6.0;
-    }
-    return volume;
 }
 
 // Distinct vertices of the part on the circle of `radius` around (x, y) at height z.
@@ -239,6 +219,14 @@ TEST_F(StepImportTest, NestedSubAssemblyIsPlacedByItsRotation)
     EXPECT_EQ(grouped.groups[1].parts, (std::vector<unsigned>{1, 2}));
     // One level deeper every part of this tree is on its own.
     EXPECT_EQ(velmora::importAssembly({file}, {velmora::GroupBy::Level, 2}).groups.size(), 3u);
+
+    // The same tree as glTF gives the same groups at every level.
+    gltf_test::writeMachine(path("machine.gltf"));
+    for (unsigned level : {1u, 2u}) {
+        const Assembly step = velmora::importAssembly({file}, {velmora::GroupBy::Level, level});
+        const Assembly gltf = velmora::importAssembly({path("machine.gltf")}, {velmora::GroupBy::Level, level});
+        EXPECT_EQ(groupsByName(step), groupsByName(gltf)) << "level " << level;
+    }
 }
 
 TEST_F(StepImportTest, MirroredSolidFacesOutwards)
