@@ -144,7 +144,8 @@ void writeJson(const Json& report, OutputFile& file)
     file.commit();
 }
 
-// The keep-together sets as group ids: every named part's group.
+// The keep-together sets as group ids: the groups of every part each name
+// names (a part, a node, or a pattern).
 std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly, const std::vector<std::string>& sets)
 {
     std::vector<std::vector<unsigned>> groups;
@@ -153,7 +154,11 @@ std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly, 
         std::stringstream names(set);
         for (std::string name; std::getline(names, name, ',');)
             if (!name.empty())
-                ids.push_back(groupOfPart(assembly, findPart(assembly, name)));
+                for (unsigned part : findParts(assembly, name)) {
+                    const unsigned group = groupOfPart(assembly, part);
+                    if (std::find(ids.begin(), ids.end(), group) == ids.end())
+                        ids.push_back(group);
+                }
         groups.push_back(std::move(ids));
     }
     return groups;
