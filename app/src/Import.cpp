@@ -121,6 +121,41 @@ std::string lowerExtension(const std::string& path)
     return ext;
 }
 
+bool sameNode(const SourceInstance& a, const SourceInstance& b)
+{
+    return !a.nodeHasOneMesh && !b.nodeHasOneMesh && a.node == b.node && a.nodePath == b.nodePath &&
+           std::memcmp(&a.world, &b.world, sizeof a.world) == 0;
+}
+
+// `source` with the meshes that one node places side by side (an object
+// that a loader split by material) joined into one mesh, so that an object
+// stays one part.
+SourceFile joinMeshesOfEachNode(SourceFile source)
+{
+    std::vector<SourceInstance> joined;
+    for (size_t first = 0, end; first < source.instances.size(); first = end) {
+        for (end = first + 1; end < source.instances.size() && sameNode(source.instances[first], source.instances[end]);)
+            ++end;
+        SourceInstance instance = source.instances[first];
+        if (end - first > 1) {
+            SourceMesh mesh;
+            for (size_t k = first; k < end; ++k) {
+                const SourceMesh& part = source.meshes.at(size_t(source.instances[k].meshIndex));
+                const unsigned base = unsigned(mesh.positions.size());
+                mesh.positions.insert(mesh.positions.end(), part.positions.begin(), part.positions.end());
+                for (unsigned index : part.indices)
+                    mesh.indices.push_back(base + index);
+            }
+            instance.meshIndex = int(source.meshes.size());
+            instance.nodeHasOneMesh = true;
+            source.meshes.push_back(std::move(mesh));
+        }
+        joined.push_back(std::move(instance));
+    }
+    source.instances = std::move(joined);
+    return source;
+}
+
 // A readable label for one mesh instance of a file with several.
 std::string instanceLabel(const SourceInstance& instance, unsigned ordinal)
 {
@@ -175,9 +210,9 @@ public:
         if (!isSupportedMeshFile(file))
             throw InputError(file + ": unsupported format '" + path.extension().string() + "'");
         const std::string ext = lowerExtension(file);
-        const SourceFile source = isCadFile(file)                   ? readCad(file, mCad)
-                                  : ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb")
-                                                                    : readWithAssimp(file);
+        const SourceFile source = joinMeshesOfEachNode(isCadFile(file)                   ? readCad(file, mCad)
+                                                       : ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb")
+                                                                                         : readWithAssimp(file));
         addParts(source, file, path.stem().string());
         mAssembly.warnings.insert(mAssembly.warnings.end(), source.warnings.begin(), source.warnings.end());
         if (mAssembly.units.empty())

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "GltfTree.h"
@@ -102,6 +103,31 @@ TEST_F(TreeGroupingTest, MirroredNodesKeepTrianglesFacingOutwards)
     EXPECT_EQ(assembly.parts[1].mesh->GetVertexBuffer(), assembly.parts[0].mesh->GetVertexBuffer());
     EXPECT_EQ(assembly.parts[1].mesh->GetIndexBuffer(), assembly.parts[2].mesh->GetIndexBuffer());
     EXPECT_NE(assembly.parts[1].mesh->GetIndexBuffer(), assembly.parts[0].mesh->GetIndexBuffer());
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(TreeGroupingTest, AnObjectSplitByMaterialStaysOnePart)
+{
+    // A unit cube whose bottom and top faces use another material than its sides,
+    // beside a second object.
+    std::ofstream(path("parts.mtl")) << "newmtl steel\nKd 0.5 0.5 0.5\nnewmtl paint\nKd 1 0 0\n";
+    std::ofstream(path("parts.obj"))
+        << "mtllib parts.mtl\n"
+           "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\nv 1 0 1\nv 1 1 1\nv 0 1 1\n"
+           "v 3 0 0\nv 4 0 0\nv 3 1 0\n"
+           "o cube\nusemtl steel\nf 1 4 3\nf 1 3 2\nf 5 6 7\nf 5 7 8\n"
+           "usemtl paint\nf 1 2 6\nf 1 6 5\nf 2 3 7\nf 2 7 6\nf 3 4 8\nf 3 8 7\nf 4 1 5\nf 4 5 8\n"
+           "o flat\nusemtl steel\nf 9 10 11\n";
+    const Assembly assembly = velmora::importAssembly({path("parts.obj")});
+    ASSERT_EQ(assembly.parts.size(), 2u);
+    EXPECT_EQ(assembly.parts[0].name, "cube");
+    EXPECT_EQ(assembly.parts[0].mesh->GetTriangleQuantity(), 12);
+    EXPECT_NEAR(signedVolume(assembly.parts[0]), 1.0, 1e-6);
+    EXPECT_EQ(assembly.parts[1].name, "flat");
+    EXPECT_EQ(assembly.groups.size(), 2u);
 }
 
 }  // namespace
