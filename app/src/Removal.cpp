@@ -113,11 +113,13 @@ bool namesNodeOf(const std::string& pattern, const Part& part, bool wildcard)
 
 std::string unknownNameMessage(const Assembly& assembly, const std::string& name)
 {
-    const std::set<std::string> known = knownNames(assembly);
+    std::set<std::string> known = knownNames(assembly);
     std::string message = "no part is named '" + name + "'";
     auto list = [&](const char* label, const std::vector<std::string>& names) {
-        for (size_t i = 0; i < names.size(); ++i)
+        for (size_t i = 0; i < names.size(); ++i) {
             message += (i == 0 ? label : ", ") + names[i];
+            known.erase(names[i]);  // suggested once only
+        }
     };
     list("; containing it: ", hasWildcard(name) ? std::vector<std::string>() : namesContaining(known, name, 3));
     list("; closest: ", closestNames(known, name, 3));

@@ -7,6 +7,7 @@
 
 #include "CliRun.h"
 #include "GltfTree.h"
+#include "velmora/Import.h"
 #include "velmora/Removal.h"
 
 namespace {
@@ -75,6 +76,31 @@ TEST(PartNames, KeepTogetherTakesANodeName)
     ASSERT_EQ(run.status, 0) << run.err;
     const nlohmann::json report = nlohmann::json::parse(run.out);
     EXPECT_EQ(report["settings"]["keepTogether"], nlohmann::json::parse(R"([["housing", "shaft"]])"));
+}
+
+}  // namespace
+
+namespace {
+
+// The rod linkage of the corpus: 13 shafts in nested sub-assemblies, part
+// names carrying their whole path.
+TEST(PartNamesCorpus, RodLinkageShaftsByPatternAndSuggestion)
+{
+    const std::filesystem::path folder = std::filesystem::path(VELMORA_CORPUS_DIR) / "rod_linkage";
+    if (!std::filesystem::is_directory(folder))
+        GTEST_SKIP() << "no corpus at " << folder;
+    const velmora::Assembly assembly = velmora::importAssembly({folder.string()});
+    EXPECT_EQ(velmora::findParts(assembly, "*_shaft-1").size(), 13u);
+    EXPECT_EQ(velmora::findParts(assembly, "*holder*").size(), 3u);
+    try {
+        velmora::findParts(assembly, "holder");
+        ADD_FAILURE() << "a part is named holder";
+    } catch (const velmora::InputError& e) {
+        EXPECT_NE(std::string(e.what()).find("containing it: rods-1_holder-1, rods-2_holder-1, "
+                                             "rods-3_holder-1; closest: "),
+                  std::string::npos)
+            << e.what();
+    }
 }
 
 }  // namespace
