@@ -83,8 +83,11 @@ public:
     explicit OcctMessages(bool verbose) : mMessenger(Message::DefaultMessenger()), mSaved(mMessenger->Printers())
     {
         mMessenger->ChangePrinters().Clear();
-        if (verbose)
-            mMessenger->AddPrinter(new Message_PrinterOStream("cerr", false, Message_Info));
+        if (verbose) {
+            Handle(Message_PrinterOStream) printer = new Message_PrinterOStream("cerr", false, Message_Info);
+            printer->SetToColorize(false);
+            mMessenger->AddPrinter(printer);
+        }
     }
     ~OcctMessages() { mMessenger->ChangePrinters() = mSaved; }
     OcctMessages(const OcctMessages&) = delete;

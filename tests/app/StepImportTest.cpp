@@ -10,12 +10,14 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 
 #include "CliRun.h"
 #include "GltfTree.h"
+#include "StdoutCapture.h"
 #include "StepWriter.h"
 #include "AssemblyChecks.h"
 #include "velmora/Import.h"
@@ -305,6 +307,42 @@ TEST_F(StepImportTest, BrokenFilesAreOneErrorNamingTheFile)
     }
 }
 
+TEST_F(StepImportTest, KernelMessagesAreHiddenOrOnStandardError)
+{
+    const std::string file = path("garbage.step");
+    std::ofstream(file) << "ISO-10303-21;\nHEADER;\nthis is not STEP\n";
+    for (bool verbose : {false, true}) {
+        std::ostringstream err;
+        std::streambuf* savedErr = std::cerr.rdbuf(err.rdbuf());
+        velmora_test::StdoutCapture out;
+        velmora::ImportOptions options;
+        options.verbose = verbose;
+        EXPECT_THROW(velmora::importAssembly({file}, options), velmora::InputError);
+        std::cerr.rdbuf(savedErr);
+        EXPECT_EQ(out.text(), "") << "verbose " << verbose;
+        EXPECT_EQ(err.str().find("StepFile") != std::string::npos, verbose) << err.str();
+    }
+}
+
 }  // namespace
+
+#else
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "CliRun.h"
+
+TEST(StepImportWithoutKernel, StepInputIsRefusedClearly)
+{
+    const std::string file = (std::filesystem::temp_directory_path() / "velmora-no-kernel.step").string();
+    std::ofstream(file) << "ISO-10303-21;\n";
+    const cli_test::CliRun run = cli_test::run({"info", file});
+    std::filesystem::remove(file);
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.err, "velmora: error: " + file + ": cannot read: built without STEP support\n");
+}
 
 #endif
