@@ -6,6 +6,8 @@
 
 #ifdef VELMORA_WITH_STEP
 #include <BRepBndLib.hxx>
+#include <BRepBuilderAPI_MakeSolid.hxx>
+#include <BRepBuilderAPI_Sewing.hxx>
 #include <BRepMesh_IncrementalMesh.hxx>
 #include <BRep_Tool.hxx>
 #include <Bnd_Box.hxx>
@@ -14,6 +16,7 @@
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
 #include <Message_PrinterOStream.hxx>
+#include <Poly_PolygonOnTriangulation.hxx>
 #include <Poly_Triangulation.hxx>
 #include <Quantity_ColorRGBA.hxx>
 #include <STEPCAFControl_Reader.hxx>
@@ -23,10 +26,15 @@
 #include <TDF_Tool.hxx>
 #include <TDataStd_Name.hxx>
 #include <TDocStd_Document.hxx>
+#include <TopExp.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopTools_IndexedMapOfShape.hxx>
 #include <TopoDS.hxx>
+#include <TopoDS_Edge.hxx>
 #include <TopoDS_Face.hxx>
+#include <TopoDS_Shell.hxx>
+#include <TopoDS_Solid.hxx>
+#include <TopoDS_Vertex.hxx>
 #include <UnitsMethods_LengthUnit.hxx>
 #include <XCAFApp_Application.hxx>
 #include <XCAFDoc_ColorTool.hxx>
@@ -34,6 +42,7 @@
 #include <XCAFDoc_ShapeTool.hxx>
 #include <atomic>
 #include <cmath>
+#include <map>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -175,6 +184,31 @@ kx::kxGenericTransformation<float> toTransformation(const TopLoc_Location& locat
             {float(v.X()), float(v.Y()), float(v.Z())}};
 }
 
+// The solids of `shape`. A shape without solids (as IGES and surface-model
+// STEP files give them) has its closed shells, sewn from its faces when it
+// has no shells either, taken as solids; open sheets are not solids.
+std::vector<TopoDS_Shape> solidsOf(const TopoDS_Shape& shape)
+{
+    constexpr double kSewingTolerance = 1e-3;  // mm: edges of neighbouring faces closer than this are joined
+    std::vector<TopoDS_Shape> solids;
+    for (TopExp_Explorer it(shape, TopAbs_SOLID); it.More(); it.Next())
+        solids.push_back(it.Current());
+    if (!solids.empty())
+        return solids;
+    TopoDS_Shape shells = shape;
+    if (!TopExp_Explorer(shape, TopAbs_SHELL).More() && TopExp_Explorer(shape, TopAbs_FACE).More()) {
+        BRepBuilderAPI_Sewing sewing(kSewingTolerance);
+        sewing.Add(shape);
+        sewing.Perform();
+        shells = sewing.SewedShape();
+    }
+    for (TopExp_Explorer it(shells, TopAbs_SHELL); it.More(); it.Next()) {
+        if (BRep_Tool::IsClosed(it.Current()))
+            solids.push_back(BRepBuilderAPI_MakeSolid(TopoDS::Shell(it.Current())).Solid());
+    }
+    return solids;
+}
+
 // Walks the assembly tree from its free shapes: every leaf solid becomes an
 // instance placed by the product of the locations above it; distinct solids
 // are collected once as prototypes.
@@ -276,9 +310,7 @@ private:
                    const std::string& name, std::optional<Colour> instanceColour, std::optional<Colour> colour,
                    SourceFile& out)
     {
-        const TopoDS_Shape shape = XCAFDoc_ShapeTool::GetShape(label);
-        for (TopExp_Explorer solids(shape, TopAbs_SOLID); solids.More(); solids.Next()) {
-            const TopoDS_Shape& solid = solids.Current();
+        for (const TopoDS_Shape& solid : solidsOf(XCAFDoc_ShapeTool::GetShape(label))) {
             const int prototype = mPrototypes.Add(solid) - 1;
             std::optional<Colour> solidColour = instanceColour ? instanceColour : colourOf(solid);
             out.instances.push_back({name, parentPath, name, true, prototype, toTransformation(world),
@@ -314,35 +346,82 @@ struct PositionHash {
     }
 };
 
-// Appends the triangles of `face` to `mesh`, merging vertices at equal
-// positions; reversed faces get their corners swapped so every triangle
-// faces out of the solid. False when the face has no triangulation.
-bool appendFace(const TopoDS_Face& face, SourceMesh& mesh, std::unordered_map<PositionKey, unsigned, PositionHash>& welded)
-{
-    TopLoc_Location location;
-    const Handle(Poly_Triangulation) triangulation = BRep_Tool::Triangulation(face, location);
-    if (triangulation.IsNull() || triangulation->NbTriangles() == 0)
-        return false;
-    const gp_Trsf placement = location.Transformation();
-    std::vector<unsigned> index(size_t(triangulation->NbNodes()) + 1);
-    for (int n = 1; n <= triangulation->NbNodes(); ++n) {
-        const gp_Pnt p = triangulation->Node(n).Transformed(placement);
+// Builds one solid's mesh face by face. Faces meet along shared edges, whose
+// discretisation the mesher makes once: a node on an edge is the same vertex
+// in every face (joined by edge and place along it, corners by vertex), even
+// where the faces' surfaces put it a hair apart; other nodes join when their
+// positions are equal.
+class SolidWelder {
+public:
+    explicit SolidWelder(SourceMesh& mesh) : mMesh(mesh) {}
+
+    // Appends the triangles of `face`; reversed faces get their corners
+    // swapped so every triangle faces out of the solid. False when the face
+    // has no triangulation.
+    bool appendFace(const TopoDS_Face& face)
+    {
+        TopLoc_Location location;
+        const Handle(Poly_Triangulation) triangulation = BRep_Tool::Triangulation(face, location);
+        if (triangulation.IsNull() || triangulation->NbTriangles() == 0)
+            return false;
+        const gp_Trsf placement = location.Transformation();
+        mIndex.assign(size_t(triangulation->NbNodes()) + 1, kUnset);
+        for (TopExp_Explorer edges(face, TopAbs_EDGE); edges.More(); edges.Next())
+            joinEdgeNodes(TopoDS::Edge(edges.Current()), triangulation, location, placement);
+        for (int n = 1; n <= triangulation->NbNodes(); ++n) {
+            if (mIndex[size_t(n)] == kUnset)
+                mIndex[size_t(n)] = vertexAt(triangulation->Node(n).Transformed(placement));
+        }
+        const bool reversed = face.Orientation() == TopAbs_REVERSED;
+        for (int t = 1; t <= triangulation->NbTriangles(); ++t) {
+            int a, b, c;
+            triangulation->Triangle(t).Get(a, b, c);
+            if (reversed)
+                std::swap(b, c);
+            mMesh.indices.insert(mMesh.indices.end(), {mIndex[size_t(a)], mIndex[size_t(b)], mIndex[size_t(c)]});
+        }
+        return true;
+    }
+
+private:
+    static constexpr unsigned kUnset = ~0u;
+
+    void joinEdgeNodes(const TopoDS_Edge& edge, const Handle(Poly_Triangulation)& triangulation,
+                       const TopLoc_Location& location, const gp_Trsf& placement)
+    {
+        const Handle(Poly_PolygonOnTriangulation)& polygon =
+            BRep_Tool::PolygonOnTriangulation(edge, triangulation, location);
+        if (polygon.IsNull())
+            return;
+        TopoDS_Vertex first, last;
+        TopExp::Vertices(TopoDS::Edge(edge.Oriented(TopAbs_FORWARD)), first, last);
+        const TColStd_Array1OfInteger& nodes = polygon->Nodes();
+        for (int k = nodes.Lower(); k <= nodes.Upper(); ++k) {
+            const void* key = k == nodes.Lower()   ? first.TShape().get()
+                              : k == nodes.Upper() ? last.TShape().get()
+                                                   : edge.TShape().get();
+            const int along = k == nodes.Lower() || k == nodes.Upper() ? 0 : k - nodes.Lower();
+            const auto [it, fresh] = mShared.emplace(std::make_pair(key, along), 0u);
+            if (fresh)
+                it->second = vertexAt(triangulation->Node(nodes(k)).Transformed(placement));
+            mIndex[size_t(nodes(k))] = it->second;
+        }
+    }
+
+    unsigned vertexAt(const gp_Pnt& p)
+    {
         const PositionKey key{float(p.X()), float(p.Y()), float(p.Z())};
-        const auto [it, fresh] = welded.emplace(key, unsigned(mesh.positions.size()));
+        const auto [it, fresh] = mByPosition.emplace(key, unsigned(mMesh.positions.size()));
         if (fresh)
-            mesh.positions.emplace_back(key.x, key.y, key.z);
-        index[size_t(n)] = it->second;
+            mMesh.positions.emplace_back(key.x, key.y, key.z);
+        return it->second;
     }
-    const bool reversed = face.Orientation() == TopAbs_REVERSED;
-    for (int t = 1; t <= triangulation->NbTriangles(); ++t) {
-        int a, b, c;
-        triangulation->Triangle(t).Get(a, b, c);
-        if (reversed)
-            std::swap(b, c);
-        mesh.indices.insert(mesh.indices.end(), {index[size_t(a)], index[size_t(b)], index[size_t(c)]});
-    }
-    return true;
-}
+
+    SourceMesh& mMesh;
+    std::vector<unsigned> mIndex;  // the current face's nodes → mesh vertices
+    std::map<std::pair<const void*, int>, unsigned> mShared;
+    std::unordered_map<PositionKey, unsigned, PositionHash> mByPosition;
+};
 
 // True when every directed edge appears once and its reverse once.
 bool isClosed(const std::vector<unsigned>& indices)
@@ -388,10 +467,10 @@ SolidMesh tessellate(const TopoDS_Shape& solid, const CadOptions& options, bool 
         const double angle = options.angularDeflection > 0.0 ? options.angularDeflection : kDefaultAngularDeflection;
         BRepMesh_IncrementalMesh mesher(solid, chordTolerance(solid, options), false, angle * M_PI / 180.0,
                                         parallelFaces);
-        std::unordered_map<PositionKey, unsigned, PositionHash> welded;
+        SolidWelder welder(out.mesh);
         bool everyFace = true;
         for (TopExp_Explorer faces(solid, TopAbs_FACE); faces.More(); faces.Next())
-            everyFace = appendFace(TopoDS::Face(faces.Current()), out.mesh, welded) && everyFace;
+            everyFace = welder.appendFace(TopoDS::Face(faces.Current())) && everyFace;
         if (out.mesh.indices.empty()) {
             out.failure = "could not be tessellated";
             return out;

@@ -307,6 +307,19 @@ TEST_F(StepImportTest, BrokenFilesAreOneErrorNamingTheFile)
     }
 }
 
+TEST_F(StepImportTest, IgesSolidsReadThroughTheSamePath)
+{
+    XdeBuilder doc;
+    doc.addPart(flangePlate(), "plate", kBlue);
+    doc.writeIges(path("plate.IGS"));
+    const Assembly assembly = velmora::importAssembly({path("plate.IGS")});
+    ASSERT_EQ(assembly.parts.size(), 1u);
+    EXPECT_EQ(assembly.parts[0].name, "plate");
+    EXPECT_EQ(assembly.units, "mm");
+    EXPECT_TRUE(assembly.warnings.empty()) << assembly.warnings.front();
+    EXPECT_NEAR(signedVolume(assembly.parts[0]), 100000 - 4 * M_PI * 25 * 10, 100.0);
+}
+
 TEST_F(StepImportTest, KernelMessagesAreHiddenOrOnStandardError)
 {
     const std::string file = path("garbage.step");

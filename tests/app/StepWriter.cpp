@@ -7,6 +7,7 @@
 #include <BRepBuilderAPI_MakeFace.hxx>
 #include <BRepPrimAPI_MakeBox.hxx>
 #include <BRepPrimAPI_MakeCylinder.hxx>
+#include <IGESCAFControl_Writer.hxx>
 #include <Interface_Static.hxx>
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
@@ -82,6 +83,17 @@ void XdeBuilder::write(const std::string& path, const char* unit)
     const bool ok = writer.Transfer(mDoc, STEPControl_AsIs) && writer.Write(path.c_str()) == IFSelect_RetDone;
     Interface_Static::SetCVal("write.step.unit", "MM");
     messenger->ChangePrinters() = printers;
+    if (!ok)
+        throw std::runtime_error("cannot write " + path);
+}
+
+void XdeBuilder::writeIges(const std::string& path)
+{
+    mShapes->UpdateAssemblies();
+    Interface_Static::SetIVal("write.iges.brep.mode", 1);
+    IGESCAFControl_Writer writer;
+    const bool ok = writer.Transfer(mDoc) && writer.Write(path.c_str());
+    Interface_Static::SetIVal("write.iges.brep.mode", 0);
     if (!ok)
         throw std::runtime_error("cannot write " + path);
 }

@@ -36,6 +36,8 @@ public:
                           const std::string& name = "", std::optional<velmora::Colour> colour = std::nullopt);
     // Writes the document as STEP (AP214) with lengths in `unit` ("MM", "INCH", …).
     void write(const std::string& path, const char* unit = "MM");
+    // Writes the document as IGES, solids as solids (B-rep mode), in millimetres.
+    void writeIges(const std::string& path);
 
 private:
     Handle(TDocStd_Document) mDoc;
