@@ -162,6 +162,11 @@ TEST_F(StepImportTest, TessellationOptionsAndThreadCount)
     const Assembly rough = velmora::importAssembly({file}, coarse);
     EXPECT_LT(verticesOnCircle(rough.parts[0], 20, 20, 10, 5), 32);
     EXPECT_LT(rough.triangleCount(), velmora::importAssembly({file}).triangleCount());
+    const cli_test::CliRun run =
+        cli_test::run({"info", file, "--deflection", "2", "--angular-deflection", "60", "-o", "-"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(nlohmann::json::parse(run.out)["triangles"], rough.triangleCount());
+    EXPECT_EQ(cli_test::run({"info", file, "--angular-deflection", "91"}).status, 2);
 
     // The meshes do not depend on how many threads tessellate them.
     velmora::ImportOptions one, many;
