@@ -10,6 +10,7 @@ packages=(
   python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pytest python3-distributed
   python3-skbuild python3-venv python3-pip
   libmeshoptimizer-dev
+  libocct-data-exchange-dev libocct-ocaf-dev libocct-modeling-algorithms-dev
 )
 
 missing=()

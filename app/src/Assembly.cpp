@@ -1,6 +1,7 @@
 #include "velmora/Assembly.h"
 
 #include <algorithm>
+#include <cctype>
 #include <map>
 
 namespace velmora {
@@ -13,7 +14,20 @@ GroupBy parseGroupBy(const std::string& text)
         return GroupBy::Node;
     if (text == "file")
         return GroupBy::File;
-    throw InputError("unknown grouping '" + text + "' (expected mesh, node or file)");
+    if (text == "subassembly" || parseGroupLevel(text) > 1 || text == "level:1")
+        return GroupBy::Level;
+    throw InputError("unknown grouping '" + text + "' (expected mesh, node, file, subassembly or level:N)");
+}
+
+unsigned parseGroupLevel(const std::string& text)
+{
+    const std::string prefix = "level:";
+    if (text.rfind(prefix, 0) != 0 || text.size() == prefix.size() || text.size() > prefix.size() + 4)
+        return 1;
+    const std::string digits = text.substr(prefix.size());
+    if (!std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isdigit(c); }))
+        return 1;
+    return unsigned(std::max(1, std::stoi(digits)));
 }
 
 const char* toString(GroupBy mode)
@@ -25,6 +39,8 @@ const char* toString(GroupBy mode)
         return "node";
     case GroupBy::File:
         return "file";
+    case GroupBy::Level:
+        return "level";
     }
     return "mesh";
 }
@@ -39,39 +55,75 @@ size_t Assembly::triangleCount() const
 
 namespace {
 
-std::string groupKey(const Part& part, GroupBy mode)
+std::string firstNode(const std::string& path) { return path.substr(0, path.find('/')); }
+
+// The top assembly of every file: the first node all its parts share, or "".
+std::map<std::string, std::string> topNodesByFile(const Assembly& assembly)
+{
+    std::map<std::string, std::string> top;
+    for (const Part& part : assembly.parts) {
+        const auto [it, fresh] = top.emplace(part.file, firstNode(part.node));
+        if (!fresh && it->second != firstNode(part.node))
+            it->second.clear();
+    }
+    return top;
+}
+
+// The first `level` nodes of `path` below `top`, as a path that starts at
+// the top; "" when `path` does not reach that deep.
+std::string nodeAtLevel(const std::string& path, const std::string& top, unsigned level)
+{
+    size_t end = top.empty() ? 0 : top.size() + 1;
+    if (end > path.size())
+        return "";
+    for (unsigned k = 0; k < level; ++k) {
+        if (end >= path.size())
+            return "";
+        const size_t slash = path.find('/', end);
+        end = slash == std::string::npos ? path.size() : slash + 1;
+    }
+    return path.substr(0, end == path.size() ? end : end - 1);
+}
+
+// Where a part goes: a key shared by the parts of one group, and the group's name.
+struct GroupSlot {
+    std::string key, name;
+};
+
+GroupSlot groupSlot(const Part& part, GroupBy mode, const std::string& levelNode)
 {
     switch (mode) {
     case GroupBy::Mesh:
-        return part.name;
+        break;
     case GroupBy::Node:
-        return part.node.empty() ? part.name : part.file + "\n" + part.node;
+        if (!part.node.empty())
+            return {part.file + "\n" + part.node, part.node};
+        break;
     case GroupBy::File:
-        return part.file;
+        return {part.file, part.file};
+    case GroupBy::Level:
+        if (!levelNode.empty())
+            return {part.file + "\n" + levelNode, levelNode};
+        break;
     }
-    return part.name;
-}
-
-std::string groupName(const Part& part, GroupBy mode)
-{
-    if (mode == GroupBy::Node && !part.node.empty())
-        return part.node;
-    if (mode == GroupBy::File)
-        return part.file;
-    return part.name;
+    return {part.name, part.name};
 }
 
 }  // namespace
 
-void assignGroups(Assembly& assembly, GroupBy mode)
+void assignGroups(Assembly& assembly, GroupBy mode, unsigned level)
 {
     assembly.groups.clear();
+    const std::map<std::string, std::string> tops = topNodesByFile(assembly);
     std::map<std::string, unsigned> groupOfKey;
     for (unsigned p = 0; p < assembly.parts.size(); ++p) {
         const Part& part = assembly.parts[p];
-        auto [it, fresh] = groupOfKey.emplace(groupKey(part, mode), static_cast<unsigned>(assembly.groups.size()));
+        const std::string levelNode =
+            mode == GroupBy::Level ? nodeAtLevel(part.node, tops.at(part.file), level) : std::string();
+        const GroupSlot slot = groupSlot(part, mode, levelNode);
+        auto [it, fresh] = groupOfKey.emplace(slot.key, static_cast<unsigned>(assembly.groups.size()));
         if (fresh)
-            assembly.groups.push_back({groupName(part, mode), {}});
+            assembly.groups.push_back({slot.name, {}});
         assembly.groups[it->second].parts.push_back(p);
     }
     // A group of one part is known by the part's own name.

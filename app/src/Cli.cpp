@@ -26,6 +26,9 @@ namespace {
 struct InputFlags {
     std::vector<std::string> inputs;
     std::string groupBy = "mesh";
+    double deflection = 0.0;
+    double angularDeflection = 0.0;
+    bool verbose = false;
 };
 
 // Options of the commands that plan an assembly.
@@ -61,14 +64,34 @@ struct RemoveFlags {
     ExplodeFlags view;  // how the steps' view is written and what stays still
 };
 
+CLI::Validator groupingValidator()
+{
+    return CLI::Validator(
+        [](std::string& text) {
+            try {
+                parseGroupBy(text);
+                return std::string();
+            } catch (const InputError& e) {
+                return std::string(e.what());
+            }
+        },
+        "GROUPING");
+}
+
 void addInputFlags(CLI::App& command, InputFlags& flags)
 {
     command.add_option("inputs", flags.inputs, "Mesh files or directories (a directory is one part per file)")
         ->required()
         ->type_name("INPUT");
-    command.add_option("--group-by", flags.groupBy, "Parts that move as one: mesh, node or file")
-        ->check(CLI::IsMember({"mesh", "node", "file"}))
+    command.add_option("--group-by", flags.groupBy, "Parts that move as one: mesh, node, file, subassembly or level:N")
+        ->check(groupingValidator())
         ->capture_default_str();
+    command.add_option("--deflection", flags.deflection,
+                       "STEP/IGES tessellation: largest chord error in mm (0: relative to each solid's size)")
+        ->check(CLI::NonNegativeNumber);
+    command.add_option("--angular-deflection", flags.angularDeflection,
+                       "STEP/IGES tessellation: largest angle in degrees between neighbouring facets (0: 10)")
+        ->check(CLI::Range(0.0, 90.0));
 }
 
 void addOutputFlag(CLI::App& command, std::string& output, const std::string& what)
@@ -137,7 +160,13 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
 
 Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
 {
-    Assembly assembly = importAssembly(flags.inputs, {parseGroupBy(flags.groupBy)});
+    ImportOptions options;
+    options.groupBy = parseGroupBy(flags.groupBy);
+    options.groupLevel = parseGroupLevel(flags.groupBy);
+    options.deflection = flags.deflection;
+    options.angularDeflection = flags.angularDeflection;
+    options.verbose = flags.verbose;
+    Assembly assembly = importAssembly(flags.inputs, options);
     for (const std::string& warning : assembly.warnings)
         err << "velmora: warning: " << warning << "\n";
     return assembly;
@@ -149,7 +178,8 @@ void writeJson(const Json& report, OutputFile& file)
     file.commit();
 }
 
-// The keep-together sets as group ids: every named part's group.
+// The keep-together sets as group ids: the groups of every part each name
+// names (a part, a node, or a pattern).
 std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly, const std::vector<std::string>& sets)
 {
     std::vector<std::vector<unsigned>> groups;
@@ -158,7 +188,11 @@ std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly, 
         std::stringstream names(set);
         for (std::string name; std::getline(names, name, ',');)
             if (!name.empty())
-                ids.push_back(groupOfPart(assembly, findPart(assembly, name)));
+                for (unsigned part : findParts(assembly, name)) {
+                    const unsigned group = groupOfPart(assembly, part);
+                    if (std::find(ids.begin(), ids.end(), group) == ids.end())
+                        ids.push_back(group);
+                }
         groups.push_back(std::move(ids));
     }
     return groups;
@@ -483,6 +517,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     // The library's lines go to standard output, where LibraryOutput sends
     // them to standard error or nowhere while the library runs.
     const ScopedLogSink libraryLines(standardOutputLogSink());
+    inputs.verbose = planning.verbose;
     try {
         if (info->parsed())
             return runInfo(inputs, report, out, err);

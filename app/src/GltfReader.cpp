@@ -153,10 +153,8 @@ public:
             out.units = "m";
             const json& scenes = mJson.value("scenes", json::array());
             const size_t sceneIndex = mJson.value("scene", 0);
-            if (sceneIndex < scenes.size()) {
-                for (const json& root : scenes[sceneIndex].value("nodes", json::array()))
-                    collectInstances(root.get<int>(), "", {}, out, 0);
-            }
+            if (sceneIndex < scenes.size())
+                collectNodes(scenes[sceneIndex].value("nodes", json::array()), "", {}, out, 0);
         } catch (const json::exception& e) {
             throw InputError(mFile + ": cannot read: " + e.what());
         }
@@ -359,25 +357,41 @@ private:
         return {rotation * scale, translate};
     }
 
-    void collectInstances(int nodeIndex, const std::string& parentPath, const kx::kxGenericTransformation<float>& parent,
-                          SourceFile& out, int depth) const
+    const json& nodeAt(int nodeIndex, int depth) const
     {
         const json& nodes = mJson.at("nodes");
         if (nodeIndex < 0 || size_t(nodeIndex) >= nodes.size() || depth > 256)
             throw InputError(mFile + ": a node reference is out of range or cyclic");
-        const json& node = nodes[size_t(nodeIndex)];
+        return nodes[size_t(nodeIndex)];
+    }
+
+    // The nodes `indices` below `parentPath`; siblings that share a name get
+    // distinct path entries so that they never read as one node.
+    void collectNodes(const json& indices, const std::string& parentPath,
+                      const kx::kxGenericTransformation<float>& parent, SourceFile& out, int depth) const
+    {
+        std::vector<std::string> names;
+        for (const json& index : indices)
+            names.push_back(nodeAt(index.get<int>(), depth).value("name", std::string()));
+        names = distinctSiblingNames(names);
+        for (size_t k = 0; k < names.size(); ++k)
+            collectInstances(indices[k].get<int>(), names[k], parentPath, parent, out, depth);
+    }
+
+    void collectInstances(int nodeIndex, const std::string& name, const std::string& parentPath,
+                          const kx::kxGenericTransformation<float>& parent, SourceFile& out, int depth) const
+    {
+        const json& node = nodeAt(nodeIndex, depth);
         const auto world = kx::kxGenericTransformation<float>::Product(parent, localTransform(node));
-        const std::string name = node.value("name", std::string());
         const std::string path = parentPath.empty() ? name : parentPath + "/" + name;
         if (node.contains("mesh")) {
             const int mesh = node["mesh"].get<int>();
             if (mesh < 0 || size_t(mesh) >= mJson.at("meshes").size())
                 throw InputError(mFile + ": a node refers to a mesh that does not exist");
             const std::string meshName = mJson["meshes"][size_t(mesh)].value("name", std::string());
-            out.instances.push_back({name, path, meshName, true, mesh, world});
+            out.instances.push_back({name, path, meshName, true, mesh, world, {}});
         }
-        for (const json& child : node.value("children", json::array()))
-            collectInstances(child.get<int>(), path, world, out, depth + 1);
+        collectNodes(node.value("children", json::array()), path, world, out, depth + 1);
     }
 
     std::string mFile;

@@ -1,6 +1,7 @@
 #include "velmora/Import.h"
 
 #include "SourceFile.h"
+#include "StepReader.h"
 
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -81,7 +82,7 @@ void collectAssimpInstances(const aiScene& scene, const aiNode& node, const aiMa
         const unsigned mesh = node.mMeshes[k];
         out.instances.push_back({isRoot ? "" : node.mName.C_Str(), assimpNodePath(node, scene),
                                  scene.mMeshes[mesh]->mName.C_Str(), node.mNumMeshes == 1, int(mesh),
-                                 toTransformation(world)});
+                                 toTransformation(world), {}});
     }
     for (unsigned c = 0; c < node.mNumChildren; ++c)
         collectAssimpInstances(scene, *node.mChildren[c], world, out);
@@ -141,6 +142,41 @@ std::string lowerExtension(const std::string& path)
     return ext;
 }
 
+bool sameNode(const SourceInstance& a, const SourceInstance& b)
+{
+    return !a.nodeHasOneMesh && !b.nodeHasOneMesh && a.node == b.node && a.nodePath == b.nodePath &&
+           std::memcmp(&a.world, &b.world, sizeof a.world) == 0;
+}
+
+// `source` with the meshes that one node places side by side (an object
+// that a loader split by material) joined into one mesh, so that an object
+// stays one part.
+SourceFile joinMeshesOfEachNode(SourceFile source)
+{
+    std::vector<SourceInstance> joined;
+    for (size_t first = 0, end; first < source.instances.size(); first = end) {
+        for (end = first + 1; end < source.instances.size() && sameNode(source.instances[first], source.instances[end]);)
+            ++end;
+        SourceInstance instance = source.instances[first];
+        if (end - first > 1) {
+            SourceMesh mesh;
+            for (size_t k = first; k < end; ++k) {
+                const SourceMesh& part = source.meshes.at(size_t(source.instances[k].meshIndex));
+                const unsigned base = unsigned(mesh.positions.size());
+                mesh.positions.insert(mesh.positions.end(), part.positions.begin(), part.positions.end());
+                for (unsigned index : part.indices)
+                    mesh.indices.push_back(base + index);
+            }
+            instance.meshIndex = int(source.meshes.size());
+            instance.nodeHasOneMesh = true;
+            source.meshes.push_back(std::move(mesh));
+        }
+        joined.push_back(std::move(instance));
+    }
+    source.instances = std::move(joined);
+    return source;
+}
+
 // A readable label for one mesh instance of a file with several.
 std::string instanceLabel(const SourceInstance& instance, unsigned ordinal)
 {
@@ -151,9 +187,38 @@ std::string instanceLabel(const SourceInstance& instance, unsigned ordinal)
     return "mesh" + std::to_string(ordinal);
 }
 
+CadOptions cadOptions(const ImportOptions& options)
+{
+    return {options.deflection, options.angularDeflection, options.threads, options.verbose};
+}
+
+bool isMirroring(const kx::kxGenericTransformation<float>& world)
+{
+    const Wm4::Matrix3<float>& m = world.GetMatrix();
+    return m.Determinant() < 0.0f;
+}
+
+// The same triangles with the other winding, for placements that mirror.
+kx::kxPointer<kx::kxIndexBuffer> reversedWinding(const kx::kxTriMesh& mesh)
+{
+    const int count = 3 * mesh.GetTriangleQuantity();
+    kx::kxPointer<kx::kxIndexBuffer> ib = new kx::kxIndexBuffer(count, 1);
+    const unsigned* src = mesh.GetIndexBuffer()->GetData();
+    unsigned* dst = ib->GetData();
+    for (int t = 0; t < count; t += 3) {
+        dst[t] = src[t];
+        dst[t + 1] = src[t + 2];
+        dst[t + 2] = src[t + 1];
+    }
+    return ib;
+}
+
 class FileReader {
 public:
-    FileReader(Assembly& assembly, bool prefixWithFile) : mAssembly(assembly), mPrefixWithFile(prefixWithFile) {}
+    FileReader(Assembly& assembly, bool prefixWithFile, const CadOptions& cad)
+        : mAssembly(assembly), mPrefixWithFile(prefixWithFile), mCad(cad)
+    {
+    }
 
     void read(const fs::path& path)
     {
@@ -166,8 +231,11 @@ public:
         if (!isSupportedMeshFile(file))
             throw InputError(file + ": unsupported format '" + path.extension().string() + "'");
         const std::string ext = lowerExtension(file);
-        const SourceFile source = ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb") : readWithAssimp(file);
+        const SourceFile source = joinMeshesOfEachNode(isCadFile(file)                   ? readCad(file, mCad)
+                                                       : ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb")
+                                                                                         : readWithAssimp(file));
         addParts(source, file, path.stem().string());
+        mAssembly.warnings.insert(mAssembly.warnings.end(), source.warnings.begin(), source.warnings.end());
         if (mAssembly.units.empty())
             mAssembly.units = source.units;
     }
@@ -178,6 +246,7 @@ private:
         std::vector<kx::kxPointer<kx::kxTriMesh>> geometry;
         for (const SourceMesh& mesh : source.meshes)
             geometry.push_back(buildMesh(mesh, file));
+        std::vector<kx::kxPointer<kx::kxIndexBuffer>> mirrored(geometry.size());
         unsigned kept = 0;
         for (unsigned k = 0; k < source.instances.size(); ++k) {
             const SourceInstance& instance = source.instances[k];
@@ -189,14 +258,25 @@ private:
             }
             if (mPrefixWithFile && source.instances.size() > 1)
                 label = stem + "/" + label;
-            // Instances of one mesh share its buffers but have their own placement.
-            kx::kxPointer<kx::kxTriMesh> part = new kx::kxTriMesh(mesh->GetVertexBuffer(), mesh->GetIndexBuffer());
+            // Instances of one mesh share its buffers but have their own
+            // placement; mirroring ones share the reversed triangles, so
+            // that every part still faces outwards.
+            kx::kxPointer<kx::kxIndexBuffer> triangles = mesh->GetIndexBuffer();
+            if (isMirroring(instance.world)) {
+                kx::kxPointer<kx::kxIndexBuffer>& reversed = mirrored[size_t(instance.meshIndex)];
+                if (reversed == nullptr)
+                    reversed = reversedWinding(*mesh);
+                triangles = reversed;
+            }
+            kx::kxPointer<kx::kxTriMesh> part = new kx::kxTriMesh(mesh->GetVertexBuffer(), triangles);
             part->World = instance.world;
             part->editLocalTransform(false) = instance.world;
             checkPlacement(*part, file, label);
             part->SetName(uniqueName(label));
+            // The placement's own colour wins over its mesh's material.
+            const std::optional<Colour>& meshColour = source.meshes[size_t(instance.meshIndex)].colour;
             mAssembly.parts.push_back({part->GetName(), file, instance.nodePath, part,
-                                       source.meshes[size_t(instance.meshIndex)].colour});
+                                       instance.colour ? instance.colour : meshColour});
             ++kept;
         }
         if (kept == 0)
@@ -224,6 +304,7 @@ private:
 
     Assembly& mAssembly;
     bool mPrefixWithFile;
+    CadOptions mCad;
     std::set<std::string> mNames;
 };
 
@@ -258,7 +339,7 @@ bool isSupportedMeshFile(const std::string& path)
     const std::string ext = lowerExtension(path);
     if (ext.empty())
         return false;
-    if (ext == ".gltf" || ext == ".glb")
+    if (ext == ".gltf" || ext == ".glb" || isCadFile(path))
         return true;
     Assimp::Importer importer;
     return importer.IsExtensionSupported(ext);
@@ -270,12 +351,12 @@ Assembly importAssembly(const std::vector<std::string>& inputs, const ImportOpti
         throw InputError("no input given");
     Assembly assembly;
     const std::vector<fs::path> files = expandInputs(inputs);
-    FileReader reader(assembly, files.size() > 1);
+    FileReader reader(assembly, files.size() > 1, cadOptions(options));
     for (const fs::path& file : files)
         reader.read(file);
     if (assembly.parts.empty())
         throw InputError("no usable triangle in the input");
-    assignGroups(assembly, options.groupBy);
+    assignGroups(assembly, options.groupBy, options.groupLevel);
     return assembly;
 }
 

@@ -27,7 +27,7 @@ Assembly assemblyFromMeshes(const std::vector<NamedMesh>& meshes)
         checkName(input.name, names);
         if (input.indices.size() % 3 != 0)
             throw InputError(input.name + ": the corner count is not a multiple of three");
-        kx::kxPointer<kx::kxTriMesh> mesh = buildMesh({input.positions, input.indices}, input.name);
+        kx::kxPointer<kx::kxTriMesh> mesh = buildMesh({input.positions, input.indices, std::nullopt}, input.name);
         if (mesh == nullptr)
             throw InputError(input.name + ": no usable triangle");
         mesh->SetName(input.name);

@@ -86,6 +86,8 @@ Json assemblyReport(const Assembly& assembly)
                          {"node", part.node},
                          {"group", groupOfPart[p]},
                          {"triangles", part.mesh->GetTriangleQuantity()}});
+        if (part.colour)
+            parts.back()["colour"] = {part.colour->r, part.colour->g, part.colour->b, part.colour->a};
     }
     Json groups = Json::array();
     for (const Group& group : assembly.groups)
@@ -97,6 +99,7 @@ Json assemblyReport(const Assembly& assembly)
             {"groups", groups},
             {"triangles", assembly.triangleCount()},
             {"bounds", {{"min", vectorJson(lo)}, {"max", vectorJson(hi)}}},
+            {"units", assembly.units},
             {"warnings", assembly.warnings}};
 }
 

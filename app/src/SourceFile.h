@@ -19,6 +19,7 @@ struct SourceInstance {
     bool nodeHasOneMesh = true;
     int meshIndex = 0;     // instances of one mesh index share their geometry
     kx::kxGenericTransformation<float> world;
+    std::optional<Colour> colour;  // the file's colour for this placement, when it gives one
 };
 
 // Geometry of one mesh of a file: positions and triangle corner indices.
@@ -31,13 +32,18 @@ struct SourceMesh {
 struct SourceFile {
     std::vector<SourceMesh> meshes;
     std::vector<SourceInstance> instances;
-    std::string units;  // length unit when the format fixes one ("m" for glTF)
+    std::string units;                  // length unit of the coordinates, "" when unknown ("m" for glTF)
+    std::vector<std::string> warnings;  // what the loader skipped, for the user to see
 };
 
 // The mesh of a part: non-degenerate triangles only; null when none is left.
 // Throws InputError naming `file` on a non-finite coordinate or a corner
 // index past the last vertex.
 kx::kxPointer<kx::kxTriMesh> buildMesh(const SourceMesh& src, const std::string& file);
+
+// `names` made distinct in order: a repeated name gets "#2", "#3", … so that
+// sibling nodes that share a name stay apart in node paths. Empty names stay empty.
+std::vector<std::string> distinctSiblingNames(const std::vector<std::string>& names);
 
 // Reads a glTF 2.0 file (.gltf with external or embedded buffers, or binary
 // .glb), including quantised attributes (KHR_mesh_quantization) and

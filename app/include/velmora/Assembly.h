@@ -42,9 +42,14 @@ enum class GroupBy {
     Mesh,  // every mesh is its own group
     Node,  // meshes placed by the same scene node form one group
     File,  // every input file is one group
+    Level, // the parts below one node at a given depth of the tree below the top assembly form one group
 };
 
-GroupBy parseGroupBy(const std::string& text);  // "mesh", "node" or "file"; InputError otherwise
+// "mesh", "node", "file", "subassembly" (Level 1) or "level:N" (N ≥ 1);
+// InputError otherwise.
+GroupBy parseGroupBy(const std::string& text);
+// The depth of a "subassembly" or "level:N" grouping (1 for any other text).
+unsigned parseGroupLevel(const std::string& text);
 const char* toString(GroupBy mode);
 
 struct Group {
@@ -63,8 +68,12 @@ struct Assembly {
     size_t triangleCount() const;
 };
 
-// Forms the groups of `assembly` by `mode` (replacing any it had).
-void assignGroups(Assembly& assembly, GroupBy mode);
+// Forms the groups of `assembly` by `mode` (replacing any it had). With
+// GroupBy::Level, the parts whose node path reaches `level` nodes below the
+// top assembly (the single first node all parts of a file share, if any)
+// group by those nodes: level 1 makes every child of the top assembly one
+// group. Parts higher up in the tree stay groups of their own.
+void assignGroups(Assembly& assembly, GroupBy mode, unsigned level = 1);
 
 // The group that holds part `part`.
 unsigned groupOfPart(const Assembly& assembly, unsigned part);

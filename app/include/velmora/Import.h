@@ -1,5 +1,6 @@
 // Reading assemblies from files. Anything Assimp reads well is accepted (STL,
-// OBJ, PLY, glTF/GLB, 3MF, COLLADA, …); a directory is read as one assembly
+// OBJ, PLY, glTF/GLB, 3MF, COLLADA, …), and STEP and IGES assemblies when
+// built with OpenCASCADE; a directory is read as one assembly
 // with one file per part, in file-name order. Every mesh keeps its node's
 // world transform and a unique name. Problems with the input are reported as
 // InputError naming the file.
@@ -14,6 +15,12 @@ namespace velmora {
 
 struct ImportOptions {
     GroupBy groupBy = GroupBy::Mesh;
+    unsigned groupLevel = 1;         // the tree depth that GroupBy::Level groups at
+    // Tessellation of CAD solids (STEP, IGES):
+    double deflection = 0.0;         // chord tolerance in mm; 0: relative to each solid's size
+    double angularDeflection = 0.0;  // degrees; 0: the default (a 10 mm bore gets at least 32 segments)
+    unsigned threads = 0;            // 0: one per hardware thread
+    bool verbose = false;            // the CAD kernel's messages on standard error, else hidden
 };
 
 // Reads every input (files or directories) into one assembly and forms its

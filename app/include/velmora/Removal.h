@@ -26,8 +26,17 @@ struct RemovalProcedure {
     std::vector<RemovalStep> steps;
 };
 
-// The index of the part named `name`. Throws InputError naming the closest
-// part names when there is none.
+// The parts, ascending, that `name` names: a part's name (which wins over a
+// node of the same name); else every part below a node named so (a node name
+// like "motor", or a run of a node path like "machine/motor"); a shell-style
+// pattern ('screw*', 'bolt#?', '[ab]*') takes every part whose name, node
+// path or one of its node names matches. Throws InputError when nothing
+// matches, suggesting names that contain `name` and the closest ones by edit
+// distance.
+std::vector<unsigned> findParts(const Assembly& assembly, const std::string& name);
+
+// The one part `name` names, as findParts resolves it; several parts do only
+// when they are all in one group (the first is returned), else InputError.
 unsigned findPart(const Assembly& assembly, const std::string& name);
 
 // The steps that take out the group of `part`. The plan must hold a
