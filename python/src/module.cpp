@@ -297,7 +297,11 @@ py::array_t<double> directionsArray(const kxContactDiagram& diagram)
 
 PyExplodedView explode(const PyPlan& p, unsigned policy, unsigned playStyle, float splitDistance, bool staticPose)
 {
-    ExplodeOptions options{policy, playStyle, splitDistance, staticPose};
+    ExplodeOptions options;
+    options.policy = policy;
+    options.playStyle = playStyle;
+    options.splitDistance = splitDistance;
+    options.staticPose = staticPose;
     PyExplodedView result;
     kx::kxTimer timer;
     result.view = withoutGil([&] {
