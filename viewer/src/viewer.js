@@ -51,7 +51,7 @@ function triangleCount(geometry) {
 function ownMaterials(gltf, parts) {
   for (const part of parts) {
     for (const mesh of part.meshes) {
-      const fromFile = gltf.parser.associations.has(mesh.material);
+      const fromFile = gltf.parser.associations.get(mesh.material)?.materials !== undefined;
       mesh.material = fromFile
         ? mesh.material.clone()
         : new THREE.MeshStandardMaterial({ color: PALETTE[part.index % PALETTE.length], metalness: 0.1, roughness: 0.6 });
@@ -214,15 +214,41 @@ export class Viewer {
     for (const [o, p] of saved) o.position.copy(p);
     this.scene.updateMatrixWorld(true);
     const sphere = box.getBoundingSphere(new THREE.Sphere());
+    // A three-quarter view, turned away from the main explosion axis so
+    // that parts do not explode straight at the camera.
+    const view = new THREE.Vector3(1, 0.8, 1.3).normalize();
+    const axis = this.explosionAxis();
+    if (axis) view.addScaledVector(axis, -0.8 * view.dot(axis)).normalize();
     const radius = Math.max(sphere.radius, 1e-6);
     this.size = radius;
     const distance = radius / Math.sin(THREE.MathUtils.degToRad(this.camera.fov / 2));
     this.camera.near = distance / 100;
     this.camera.far = distance * 100;
-    this.camera.position.copy(sphere.center).add(new THREE.Vector3(1, 0.8, 1.3).normalize().multiplyScalar(distance));
+    this.camera.position.copy(sphere.center).addScaledVector(view, distance);
     this.camera.updateProjectionMatrix();
     this.controls.target.copy(sphere.center);
     this.controls.update();
+  }
+
+  // The world direction along which the parts travel most (the main axis of
+  // their exploded displacements), or null when nothing moves.
+  explosionAxis() {
+    const moves = [];
+    for (const [o, a] of this.assembled) {
+      if (!o.parent) continue;
+      const d = this.exploded.get(o).clone().sub(a).applyMatrix3(new THREE.Matrix3().setFromMatrix4(o.parent.matrixWorld));
+      if (d.lengthSq() > 0) moves.push(d);
+    }
+    if (!moves.length) return null;
+    // Power iteration on the scatter matrix of the displacements.
+    let axis = moves.reduce((best, d) => (d.lengthSq() > best.lengthSq() ? d : best)).clone().normalize();
+    for (let i = 0; i < 16; ++i) {
+      const next = new THREE.Vector3();
+      for (const d of moves) next.addScaledVector(d, d.dot(axis));
+      if (next.lengthSq() === 0) break;
+      axis = next.normalize();
+    }
+    return axis;
   }
 
   // Highlighted parts glow; `names` null clears.

@@ -1,0 +1,56 @@
+// Starting headless Chromium through playwright-core for the page tests and
+// the first-frame measurement, and opening a velmora page in it offline.
+import { createRequire } from 'node:module';
+import { existsSync } from 'node:fs';
+import { join } from 'node:path';
+import { pathToFileURL } from 'node:url';
+
+export const SKIP = 77;  // CTest's SKIP_RETURN_CODE for these tests
+
+export function skip(reason) {
+  console.log(`SKIP: ${reason}`);
+  process.exit(SKIP);
+}
+
+const CANDIDATES = ['/usr/bin/chromium', '/usr/bin/chromium-browser', '/usr/bin/google-chrome'];
+
+// The browser, or a skip with the reason when none can start. WebGL runs on
+// SwiftShader, so no GPU is needed.
+export async function launchBrowser(modules) {
+  let chromium;
+  try {
+    chromium = createRequire(join(modules, 'noop.js'))('playwright-core').chromium;
+  } catch {
+    skip(`playwright-core is not installed in ${modules} (npm ci of tests/viewer failed or npm is missing)`);
+  }
+  const executablePath = [process.env.VELMORA_CHROMIUM, ...CANDIDATES].find((p) => p && existsSync(p));
+  if (!executablePath) skip('no Chromium found (install the chromium package or set VELMORA_CHROMIUM)');
+  try {
+    return await chromium.launch({
+      executablePath,
+      headless: true,
+      args: ['--no-sandbox', '--use-angle=swiftshader', '--enable-unsafe-swiftshader', '--ignore-gpu-blocklist'],
+    });
+  } catch (error) {
+    skip(`Chromium cannot start: ${String(error.message).split('\n')[0]}`);
+  }
+}
+
+// Opens `html` from disk with the network off; `problems` collects console
+// errors, page errors and any request that is not for the file itself.
+export async function openPage(browser, html, problems) {
+  const context = await browser.newContext({ offline: true, viewport: { width: 1000, height: 700 } });
+  const page = await context.newPage();
+  const url = pathToFileURL(html).href;
+  page.on('console', (m) => { if (m.type() === 'error') problems.push(`console error: ${m.text()}`); });
+  page.on('pageerror', (e) => problems.push(`page error: ${e.message}`));
+  page.on('requestfailed', (r) => problems.push(`failed request: ${r.url()}`));
+  page.on('request', (r) => {
+    if (r.url() !== url && !/^(data|blob):/.test(r.url())) problems.push(`request: ${r.url()}`);
+  });
+  await page.goto(url);
+  await page.waitForFunction(() => window.velmoraViewer?.ready || window.velmoraViewer?.error, null, { timeout: 120000 });
+  const error = await page.evaluate(() => window.velmoraViewer.error);
+  if (error) problems.push(`viewer error: ${error}`);
+  return { context, page };
+}
