@@ -1,7 +1,10 @@
 #include "velmora/ViewerPage.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <cstdint>
+#include <stdexcept>
 
 #include "velmora/Assembly.h"
 
@@ -11,6 +14,16 @@ namespace velmora {
 extern const std::string_view kViewerScript;
 
 namespace {
+
+// Unpacks the viewer's script and runs it.
+constexpr const char* kBootstrap =
+    "(async () => {"
+    "const packed = Uint8Array.from(atob(document.getElementById('velmora-viewer').textContent), (c) => c.charCodeAt(0));"
+    "const stream = new Blob([packed]).stream().pipeThrough(new DecompressionStream('gzip'));"
+    "const script = document.createElement('script');"
+    "script.textContent = await new Response(stream).text();"
+    "document.body.append(script);"
+    "})();";
 
 std::string htmlEscaped(const std::string& text)
 {
@@ -30,6 +43,25 @@ std::string htmlEscaped(const std::string& text)
 }  // namespace
 
 std::string_view viewerScript() { return kViewerScript; }
+
+std::vector<unsigned char> gzipped(const std::vector<unsigned char>& bytes)
+{
+    z_stream stream{};
+    constexpr int kGzipWindow = 15 + 16;  // zlib's flag for a gzip header and trailer
+    if (deflateInit2(&stream, 6, Z_DEFLATED, kGzipWindow, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+        throw std::runtime_error("gzip: cannot start the compressor");
+    std::vector<unsigned char> out(deflateBound(&stream, uLong(bytes.size())) + 32);
+    stream.next_in = const_cast<unsigned char*>(bytes.data());
+    stream.avail_in = uInt(bytes.size());
+    stream.next_out = out.data();
+    stream.avail_out = uInt(out.size());
+    const int status = deflate(&stream, Z_FINISH);
+    out.resize(stream.total_out);
+    deflateEnd(&stream);
+    if (status != Z_STREAM_END)
+        throw std::runtime_error("gzip: the compressor did not finish");
+    return out;
+}
 
 bool viewerBuiltIn() { return !kViewerScript.empty(); }
 
@@ -79,10 +111,12 @@ std::string viewerPage(const std::string& title, const std::vector<unsigned char
                        htmlEscaped(title) + "</title>\n</head>\n<body>\n";
     page += "<script id=\"velmora-report\" type=\"application/json\">";
     page += report.is_null() ? std::string() : scriptSafeJson(report);
-    page += "</script>\n<script id=\"velmora-glb\" type=\"application/octet-stream\">";
-    page += base64(glb);
-    page += "</script>\n<script>";
+    page += "</script>\n<script id=\"velmora-glb\" type=\"application/octet-stream\" data-encoding=\"gzip\">";
+    page += base64(gzipped(glb));
+    page += "</script>\n<script id=\"velmora-viewer\" type=\"application/octet-stream\" data-encoding=\"gzip\">";
     page += kViewerScript;
+    page += "</script>\n<script>";
+    page += kBootstrap;
     page += "</script>\n</body>\n</html>\n";
     return page;
 }

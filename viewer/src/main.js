@@ -35,12 +35,17 @@ const LAYOUT = `
 
 const $ = (id) => document.getElementById(id);
 
-function embedded() {
+// The report and the GLB bytes embedded in the page (the GLB base64, gzip
+// compressed when its element says so).
+async function embedded() {
   const reportText = $('velmora-report')?.textContent ?? '';
   const report = reportText.trim() ? JSON.parse(reportText) : null;
-  const binary = atob($('velmora-glb').textContent.trim());
-  const bytes = new Uint8Array(binary.length);
-  for (let i = 0; i < binary.length; ++i) bytes[i] = binary.charCodeAt(i);
+  const glb = $('velmora-glb');
+  let bytes = Uint8Array.from(atob(glb.textContent.trim()), (c) => c.charCodeAt(0));
+  if (glb.dataset.encoding === 'gzip') {
+    const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream('gzip'));
+    bytes = new Uint8Array(await new Response(stream).arrayBuffer());
+  }
   return { report, bytes };
 }
 
@@ -322,7 +327,7 @@ async function start() {
   const hook = { ready: false, firstFrameMs: null, error: null };
   window.velmoraViewer = hook;
   try {
-    const { report, bytes } = embedded();
+    const { report, bytes } = await embedded();
     $('title').textContent = document.title;
     const gltf = await loadGlb(bytes);
     const page = new Page(new Viewer($('canvas'), gltf, report), report);

@@ -1,8 +1,10 @@
 // The self-contained HTML page that shows a plan in a browser: the viewer's
-// script (bundled at build time and linked in) inlined, the binary glTF
-// embedded as base64 and the report as JSON. The page fetches nothing, so it
-// opens from disk and can be mailed as one file.
+// script (bundled at build time and linked in), the binary glTF and the
+// report embedded in it. The page fetches nothing, so it opens from disk and
+// can be mailed as one file.
 //
+// The script and the GLB are gzip-compressed and base64-encoded (the page
+// unpacks them with the browser's DecompressionStream); the report is JSON.
 // The embedded text never ends its <script> element early: "</" in the JSON
 // is written "<\/", the base64 alphabet has no '<'.
 #pragma once
@@ -25,6 +27,9 @@ void requireViewer();
 // Standard base64 (RFC 4648, with '=' padding).
 std::string base64(const std::vector<unsigned char>& bytes);
 
+// `bytes` as a gzip stream (RFC 1952).
+std::vector<unsigned char> gzipped(const std::vector<unsigned char>& bytes);
+
 // `json` as text that can sit inside an HTML <script> element.
 std::string scriptSafeJson(const Json& json);
 
@@ -32,7 +37,8 @@ std::string scriptSafeJson(const Json& json);
 // (null: none) embedded. Throws like requireViewer().
 std::string viewerPage(const std::string& title, const std::vector<unsigned char>& glb, const Json& report);
 
-// The script the page runs; empty when this build has none.
+// The script the page runs, gzip-compressed and base64-encoded; empty when
+// this build has none.
 std::string_view viewerScript();
 
 }  // namespace velmora
