@@ -2,7 +2,7 @@
 // the first-frame measurement, and opening a velmora page in it offline.
 import { createRequire } from 'node:module';
 import { existsSync } from 'node:fs';
-import { join } from 'node:path';
+import { join, resolve } from 'node:path';
 import { pathToFileURL } from 'node:url';
 
 export const SKIP = 77;  // CTest's SKIP_RETURN_CODE for these tests
@@ -19,7 +19,7 @@ const CANDIDATES = ['/usr/bin/chromium', '/usr/bin/chromium-browser', '/usr/bin/
 export async function launchBrowser(modules) {
   let chromium;
   try {
-    chromium = createRequire(join(modules, 'noop.js'))('playwright-core').chromium;
+    chromium = createRequire(join(resolve(modules), 'noop.js'))('playwright-core').chromium;
   } catch {
     skip(`playwright-core is not installed in ${modules} (npm ci of tests/viewer failed or npm is missing)`);
   }

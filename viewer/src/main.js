@@ -15,9 +15,9 @@ const LAYOUT = `
   </header>
   <main>
     <aside id="side">
-      <section id="steps-panel" hidden><h2>Steps</h2><ol id="steps"></ol></section>
-      <section><h2>Hierarchy <button id="show-all" title="Show every part">show all</button></h2><div id="tree"></div></section>
-      <section><h2>Parts</h2><table id="bom"><thead><tr><th>part</th><th>qty</th><th>triangles</th></tr></thead><tbody></tbody></table></section>
+      <details id="steps-panel" open hidden><summary>Steps</summary><ol id="steps"></ol></details>
+      <details open><summary>Hierarchy</summary><button id="show-all" title="Show every part">show all</button><div id="tree"></div></details>
+      <details open><summary>Parts</summary><table id="bom"><thead><tr><th>part</th><th>qty</th><th>triangles</th></tr></thead><tbody></tbody></table></details>
     </aside>
     <div id="view"><canvas id="canvas"></canvas><div id="tip" hidden></div><div id="status">loading…</div></div>
   </main>
@@ -275,26 +275,29 @@ class Page {
   }
 
   // One picture per step (assembled, the step's parts highlighted, its
-  // arrow shown) for the list and the print view; the view is restored after.
+  // arrow shown, the camera closing in on them) for the list and the print
+  // view; the view is restored after.
   renderThumbnails() {
     const v = this.viewer;
     const time = v.time;
-    const thumb = element('canvas');
-    thumb.width = 320;
-    thumb.height = 240;
+    const eye = v.camera.position.clone(), target = v.controls.target.clone();
     const lists = [...$('steps').querySelectorAll('img.thumb')], prints = [...$('print').querySelectorAll('img')];
     v.setExplode(0);
+    v.resize(640, 480);
     this.steps.forEach((step, k) => {
       v.highlight(step.parts);
       v.showArrow(k);
+      v.lookAt(v.bounds().union(v.arrowBounds(k)), eye.clone().sub(target));
       this.draw();
-      const ctx = thumb.getContext('2d');
-      ctx.drawImage(v.renderer.domElement, 0, 0, thumb.width, thumb.height);
-      lists[k].src = prints[k].src = thumb.toDataURL('image/png');
+      lists[k].src = prints[k].src = v.renderer.domElement.toDataURL('image/png');
     });
+    v.camera.position.copy(eye);
+    v.controls.target.copy(target);
+    v.controls.update();
     if (v.clip) v.setTime(time);
     else v.setExplode(Number($('explode').value));
     this.selectStep(this.selectedStep);
+    this.fit();
   }
 }
 
@@ -333,6 +336,7 @@ async function start() {
     const page = new Page(new Viewer($('canvas'), gltf, report), report);
     exposeHook(page, hook);
     page.draw();
+    page.viewer.renderer.getContext().finish();
     hook.firstFrameMs = performance.now();
     $('status').hidden = true;
     requestAnimationFrame(() => {

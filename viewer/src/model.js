@@ -47,7 +47,7 @@ export function formatDirection(d) {
 }
 
 function joinNames(names) {
-  return names.length > 4 ? `${names.slice(0, 4).join(', ')} and ${names.length - 4} more` : names.join(', ');
+  return names.length > 3 ? `${names[0]} and ${names.length - 1} more` : names.join(', ');
 }
 
 // The steps the page lists, prints and points arrows along: the removal's

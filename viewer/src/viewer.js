@@ -10,6 +10,7 @@ import { extremeIndex, reportOffsets } from './model.js';
 
 const PALETTE = [0x4e79a7, 0xf28e2b, 0xe15759, 0x76b7b2, 0x59a14f, 0xedc948, 0xb07aa1, 0xff9da7, 0x9c755f, 0xbab0ac];
 const HIGHLIGHT = new THREE.Color(0xffaa00);
+const BLACK = new THREE.Color(0);
 
 export async function loadGlb(bytes) {
   await MeshoptDecoder.ready;
@@ -213,18 +214,23 @@ export class Viewer {
     box.union(this.bounds());
     for (const [o, p] of saved) o.position.copy(p);
     this.scene.updateMatrixWorld(true);
-    const sphere = box.getBoundingSphere(new THREE.Sphere());
     // A three-quarter view, turned away from the main explosion axis so
     // that parts do not explode straight at the camera.
     const view = new THREE.Vector3(1, 0.8, 1.3).normalize();
     const axis = this.explosionAxis();
     if (axis) view.addScaledVector(axis, -0.8 * view.dot(axis)).normalize();
+    this.size = Math.max(box.getBoundingSphere(new THREE.Sphere()).radius, 1e-6);
+    this.lookAt(box, view);
+  }
+
+  // Frames `box` from direction `view` (pointing from the box to the eye).
+  lookAt(box, view) {
+    const sphere = box.getBoundingSphere(new THREE.Sphere());
     const radius = Math.max(sphere.radius, 1e-6);
-    this.size = radius;
     const distance = radius / Math.sin(THREE.MathUtils.degToRad(this.camera.fov / 2));
     this.camera.near = distance / 100;
     this.camera.far = distance * 100;
-    this.camera.position.copy(sphere.center).addScaledVector(view, distance);
+    this.camera.position.copy(sphere.center).addScaledVector(view.clone().normalize(), distance);
     this.camera.updateProjectionMatrix();
     this.controls.target.copy(sphere.center);
     this.controls.update();
@@ -251,11 +257,21 @@ export class Viewer {
     return axis;
   }
 
-  // Highlighted parts glow; `names` null clears.
+  // Highlighted parts glow and the others fade; `names` null (or none)
+  // clears.
   highlight(names) {
     const wanted = new Set(names ?? []);
     for (const part of this.parts) {
-      for (const mesh of part.meshes) mesh.material.emissive.copy(wanted.has(part.name) ? HIGHLIGHT : new THREE.Color(0)).multiplyScalar(0.45);
+      const lit = wanted.has(part.name), faded = wanted.size > 0 && !lit;
+      for (const mesh of part.meshes) {
+        const m = mesh.material;
+        m.userData.opacity ??= m.opacity;
+        m.userData.transparent ??= m.transparent;
+        m.emissive.copy(lit ? HIGHLIGHT : BLACK).multiplyScalar(0.5);
+        m.opacity = faded ? 0.2 : m.userData.opacity;
+        m.transparent = faded || m.userData.transparent;
+        m.depthWrite = !faded;
+      }
     }
     this.highlighted = this.parts.filter((p) => wanted.has(p.name)).map((p) => p.name);
   }
@@ -265,28 +281,38 @@ export class Viewer {
     for (const part of this.parts) part.object.visible = !wanted || wanted.has(part.name);
   }
 
-  // An arrow per step with a direction, from the centre of its parts
-  // (assembled), pointing along the direction in the 3D view.
+  // An arrow per step with a direction, starting on the bounds of its parts
+  // (assembled) and pointing along the direction in the 3D view; drawn over
+  // the parts.
   addStepArrows(steps) {
     const toWorld = new THREE.Matrix3().setFromMatrix4(this.frame.matrixWorld);
-    const centreOf = (names) => {
+    const boundsOf = (names) => {
       const box = new THREE.Box3();
       for (const n of names) if (this.byName.has(n)) box.expandByObject(this.byName.get(n).object);
-      return box.isEmpty() ? null : box.getCenter(new THREE.Vector3());
+      return box;
     };
     const saved = new Map([...this.assembled.keys()].map((o) => [o, o.position.clone()]));
     this.setExplode(0);
     this.arrows = steps.map((step) => {
-      const centre = centreOf(step.parts);
-      if (!step.direction || !centre) return null;
+      const box = boundsOf(step.parts);
+      if (!step.direction || box.isEmpty()) return null;
       const dir = new THREE.Vector3(...step.direction).applyMatrix3(toWorld).normalize();
-      const arrow = new THREE.ArrowHelper(dir, centre, this.size * 0.6, 0xd62728, this.size * 0.12, this.size * 0.06);
+      const half = box.getSize(new THREE.Vector3()).multiplyScalar(0.5);
+      const reach = Math.abs(dir.x) * half.x + Math.abs(dir.y) * half.y + Math.abs(dir.z) * half.z;
+      const start = box.getCenter(new THREE.Vector3()).addScaledVector(dir, reach);
+      const arrow = new THREE.ArrowHelper(dir, start, this.size * 0.5, 0xd62728, this.size * 0.12, this.size * 0.06);
+      arrow.traverse((o) => { if (o.material) o.material.depthTest = false; o.renderOrder = 10; });
       arrow.visible = false;
       this.overlay.add(arrow);
       return arrow;
     });
     for (const [o, p] of saved) o.position.copy(p);
     this.scene.updateMatrixWorld(true);
+  }
+
+  arrowBounds(k) {
+    const arrow = this.arrows?.[k];
+    return arrow ? new THREE.Box3().setFromObject(arrow) : new THREE.Box3();
   }
 
   showArrow(k) { (this.arrows ?? []).forEach((a, i) => { if (a) a.visible = i === k; }); }
