@@ -25,7 +25,7 @@ function makeCases() {
   const pins = join(examples, 'assemblies', 'pins.glb');
   const cases = [];
   runVelmora(['demo', 'pins', '-o', at('demo.json')]);
-  cases.push({ name: 'demo pins', html: at('demo.html'), report: at('demo.json') });
+  cases.push({ name: 'demo pins', html: at('demo.html'), report: at('demo.json'), controls: true });
   runVelmora(['explode', pins, '-o', at('static.glb'), '--pose', 'exploded', '--report', at('static.json'), '--html', at('static.html')]);
   cases.push({ name: 'explode --pose exploded', html: at('static.html'), report: at('static.json'), staticPose: true });
   runVelmora(['remove', pins, '--part', 'dowel#1:9:6:8:7', '-o', at('remove.json'), '--html', at('remove.html')]);
@@ -72,6 +72,52 @@ function variance(values) {
 function stillParts(report) {
   if (typeof report.explosion?.base === 'string') return [report.explosion.base];
   return report.parts.filter((p) => report.explosion.offsets[p.group].every((x) => x === 0)).map((p) => p.name);
+}
+
+// The controls a person uses: the parts list, the keyboard, hovering,
+// the theme, saving a picture.
+async function testControls(page, c, hook) {
+  const rows = await page.locator('#bom tbody tr').evaluateAll((trs) => trs.map((tr) => [...tr.cells].map((td) => td.textContent)));
+  check(JSON.stringify(rows) === JSON.stringify([['sides', '1', '1524'], ['dowel', '6', '314']]), `${c.name}: parts list ${JSON.stringify(rows)}`);
+
+  await hook('setTime', 0);
+  await page.locator('body').press('ArrowRight');
+  const keys = await hook('keyTimes');
+  check(await page.evaluate(() => Number(document.getElementById('timeline').value)) * (await hook('duration')) === keys[1] ||
+    (await page.locator('#clock').textContent()).startsWith(keys[1].toFixed(2)), `${c.name}: the right arrow does not go to the next split`);
+  await page.locator('body').press('ArrowLeft');
+  check((await page.locator('#clock').textContent()).startsWith('0.00'), `${c.name}: the left arrow does not go back`);
+  await page.locator('body').press(' ');
+  check((await page.locator('#play').textContent()) === 'pause', `${c.name}: space does not play`);
+  await page.locator('body').press(' ');
+  check((await page.locator('#play').textContent()) === 'play', `${c.name}: space does not pause`);
+
+  const box = await page.locator('#canvas').boundingBox();
+  await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
+  const tip = await page.locator('#tip').textContent();
+  check((await page.locator('#tip').isVisible()) && (await hook('partNames')).includes(tip), `${c.name}: hovering the middle shows "${tip}"`);
+
+  const before = (await grabLuminance(page)).reduce((a, b) => a + b, 0);
+  await page.click('#theme');
+  const after = (await grabLuminance(page)).reduce((a, b) => a + b, 0);
+  check(before !== after, `${c.name}: the theme does not change the picture`);
+
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click('#save')]);
+  const saved = join(work, 'saved.png');
+  await download.saveAs(saved);
+  check(readFileSync(saved).subarray(1, 4).toString() === 'PNG', `${c.name}: save picture gives no PNG`);
+}
+
+// Printing shows one page per step with its picture and text, and no controls.
+async function testPrint(page, c, steps) {
+  await page.emulateMedia({ media: 'print' });
+  check(!(await page.locator('#app').isVisible()) && (await page.locator('#print').isVisible()), `${c.name}: print shows the controls`);
+  const pages = await page.locator('.print-step').evaluateAll((divs) => divs.map((d) =>
+    [d.querySelector('img').src.startsWith('data:image/png'), d.querySelector('p').textContent, getComputedStyle(d).breakAfter]));
+  check(pages.length === steps.length, `${c.name}: ${pages.length} printed pages for ${steps.length} steps`);
+  for (const [k, [picture, text, breakAfter]] of pages.entries())
+    check(picture && text.includes(steps[k].parts[0]) && breakAfter === 'page', `${c.name}: printed step ${k + 1}: ${text}`);
+  await page.emulateMedia({ media: 'screen' });
 }
 
 async function testPage(browser, c) {
@@ -121,7 +167,9 @@ async function testPage(browser, c) {
     }
     const thumbs = await page.locator('#steps img.thumb').evaluateAll((imgs) => imgs.map((i) => i.src.startsWith('data:image/png')));
     check(thumbs.length === steps.length && thumbs.every(Boolean), `${c.name}: a step has no picture`);
+    await testPrint(page, c, steps);
   }
+  if (c.controls) await testControls(page, c, hook);
 
   // Pictures: assembled and exploded differ, and neither is blank.
   await hook('setExplode', 0);

@@ -268,8 +268,10 @@ class Page {
     this.fit();
   }
 
+  // Follows the view's size; a hidden view (printing) keeps the last one.
   fit() {
     const view = $('view');
+    if (!view.clientWidth || !view.clientHeight) return;
     this.viewer.resize(view.clientWidth, view.clientHeight);
     this.draw();
   }
