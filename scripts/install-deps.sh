@@ -6,8 +6,13 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libembree-dev libassimp-dev libcli11-dev nlohmann-json3-dev
+  libembree-dev libassimp-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
+  chromium
 )
+# The HTML viewer is bundled with node and npm. Debian's npm conflicts with
+# the nodejs of other sources (which bring their own npm), so both come from
+# Debian only when neither command is present.
+command -v node >/dev/null && command -v npm >/dev/null || packages+=(nodejs npm)
 
 missing=()
 for p in "${packages[@]}"; do
