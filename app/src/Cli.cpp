@@ -206,15 +206,20 @@ std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const 
 }
 
 // The page `--html` asks for (null when it does not), opened before the
-// work; it may share its file with none of `otherOutputs`.
+// work; it may share its file with none of `otherOutputs` and replace none
+// of `inputs`.
 std::unique_ptr<OutputFile> openPage(const std::string& html, const std::vector<std::string>& otherOutputs,
-                                     std::ostream& out)
+                                     const std::vector<std::string>& inputs, std::ostream& out)
 {
     if (html.empty())
         return nullptr;
     requireViewer();
     if (std::find(otherOutputs.begin(), otherOutputs.end(), html) != otherOutputs.end())
         throw InputError(html + ": the page cannot share its file with another output");
+    std::error_code ec;
+    for (const std::string& input : inputs)
+        if (std::filesystem::equivalent(html, input, ec))
+            throw InputError(html + ": the page would replace an input");
     return std::make_unique<OutputFile>(html, out);
 }
 
@@ -276,7 +281,7 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
                std::ostream& err)
 {
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
-    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {explode.glb, explode.report}, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {explode.glb, explode.report}, inputs.inputs, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const double importMs = timer.getElapsedMs();
@@ -327,7 +332,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
               std::ostream& err)
 {
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(remove.report, remove.glb, out);
-    const std::unique_ptr<OutputFile> pageFile = openPage(remove.html, {remove.glb, remove.report}, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(remove.html, {remove.glb, remove.report}, inputs.inputs, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
@@ -377,7 +382,7 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     ExplodeFlags explode;
     explode.html = output != "-" && viewerBuiltIn() ? besideReport(output, ".html") : "";
     explode.title = name + ": exploded view";
-    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {output, glb}, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {output, glb}, {}, out);
     kx::kxTimer timer;
     const Assembly assembly = makeDemoAssembly(name);
     const double importMs = timer.getElapsedMs();

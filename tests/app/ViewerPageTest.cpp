@@ -163,15 +163,20 @@ TEST_F(ViewerCli, PageOutputsAreCheckedBeforeTheWork)
         {"explode", pins, "-o", at("v.glb"), "--html", at("missing/v.html")},
         {"remove", pins, "--part", "sides#1:5:2:4:3", "--gltf", at("r.glb"), "--html", at("r.glb")},
         {"remove", pins, "--part", "sides#1:5:2:4:3", "--html", at("missing/r.html")},
+        {"explode", at("copy.glb"), "-o", at("v.glb"), "--html", at("copy.glb")},
     };
+    fs::copy_file(pins, dir / "copy.glb");
+    const std::string input = readFile(dir / "copy.glb");
     for (const std::vector<std::string>& args : bad) {
         CliRun r = run(args);
         EXPECT_EQ(r.status, velmora::kExitInput) << args.back();
         EXPECT_EQ(r.err.rfind("velmora: error: ", 0), 0u) << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
         EXPECT_TRUE(r.out.empty()) << "no work before the check: " << r.out;
-        EXPECT_TRUE(fs::is_empty(dir)) << "nothing written, nothing left behind for " << args.back();
+        EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1)
+            << "nothing written, nothing left behind for " << args.back();
     }
+    EXPECT_EQ(readFile(dir / "copy.glb"), input) << "the input is untouched";
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ function findParts(gltf, report) {
     if (known && !known.has(name)) return;
     const meshes = [];
     object.traverse((o) => { if (o.isMesh) meshes.push(o); });
-    parts.push({ name, object, meshes });
+    if (meshes.length) parts.push({ name, object, meshes });
   });
   const triangles = new Map(report ? report.parts.map((p) => [p.name, p.triangles]) : []);
   parts.forEach((part, index) => {
