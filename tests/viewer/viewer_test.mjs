@@ -4,6 +4,7 @@
 // different, non-blank pictures assembled and exploded.
 //   node viewer_test.mjs VELMORA NODE_MODULES EXAMPLES_DIR CORPUS_DIR WORK_DIR
 import { spawnSync } from 'node:child_process';
+import { gzipSync } from 'node:zlib';
 import { existsSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { launchBrowser, openPage } from './browser.mjs';
@@ -17,6 +18,19 @@ function runVelmora(args) {
   if (run.status !== 0) throw new Error(`velmora ${args.join(' ')} failed (${run.status}): ${run.stderr}`);
 }
 
+// A copy of `html` showing `glb` instead of its own GLB.
+function withGlb(html, glb, out) {
+  const packed = gzipSync(readFileSync(glb)).toString('base64');
+  const page = readFileSync(html, 'utf8').replace(/(<script id="velmora-glb"[^>]*>)[^<]*/, (_, open) => open + packed);
+  writeFileSync(out, page);
+}
+
+// The GLB squeezed by gltfpack: quantised, meshopt-compressed, named nodes kept.
+function meshoptCompressed(glb, out) {
+  const run = spawnSync(process.execPath, [join(modules, 'gltfpack', 'cli.js'), '-i', glb, '-o', out, '-cc', '-kn', '-km'], { encoding: 'utf8' });
+  if (run.status !== 0) throw new Error(`gltfpack failed: ${run.stderr}`);
+}
+
 // Each case: the page, the report the command wrote beside it, how it was made.
 function makeCases() {
   rmSync(work, { recursive: true, force: true });
@@ -26,6 +40,9 @@ function makeCases() {
   const cases = [];
   runVelmora(['demo', 'pins', '-o', at('demo.json')]);
   cases.push({ name: 'demo pins', html: at('demo.html'), report: at('demo.json'), controls: true });
+  meshoptCompressed(at('demo.glb'), at('demo-meshopt.glb'));
+  withGlb(at('demo.html'), at('demo-meshopt.glb'), at('demo-meshopt.html'));
+  cases.push({ name: 'demo pins, meshopt-compressed GLB', html: at('demo-meshopt.html'), report: at('demo.json'), tolerance: 1e-3 });
   runVelmora(['explode', pins, '-o', at('static.glb'), '--pose', 'exploded', '--report', at('static.json'), '--html', at('static.html')]);
   cases.push({ name: 'explode --pose exploded', html: at('static.html'), report: at('static.json'), staticPose: true });
   runVelmora(['remove', pins, '--part', 'dowel#1:9:6:8:7', '-o', at('remove.json'), '--html', at('remove.html')]);
@@ -126,7 +143,7 @@ async function testPage(browser, c) {
   const fileReport = JSON.parse(readFileSync(c.report, 'utf8'));
   const report = await page.evaluate(() => JSON.parse(document.getElementById('velmora-report').textContent));
   const hook = (name, ...args) => page.evaluate(([n, a]) => window.velmoraViewer[n](...a), [name, args]);
-  const tol = 1e-5 * diagonal(report);
+  const tol = (c.tolerance ?? 1e-5) * diagonal(report);
 
   const names = await hook('partNames');
   check(JSON.stringify([...names].sort()) === JSON.stringify(fileReport.parts.map((p) => p.name).sort()),

@@ -19,27 +19,39 @@ export async function loadGlb(bytes) {
   return new Promise((resolve, reject) => loader.parse(bytes.buffer, '', resolve, reject));
 }
 
-// Part records {name, object, meshes, triangles, index} from the glTF nodes
-// named after the report's parts (every node with a mesh without a report).
+// Part records {name, object, meshes, triangles, index}: per report part,
+// the deepest glTF node named after it with meshes in its subtree (a
+// compressor may hang the mesh under the named node). Without a report,
+// every node with a mesh of its own, named after its nearest named node.
 function findParts(gltf, report) {
-  const known = report ? new Set(report.parts.map((p) => p.name)) : null;
   const nodeDefs = gltf.parser.json.nodes ?? [];
-  const parts = [];
-  gltf.scene.traverse((object) => {
-    const node = gltf.parser.associations.get(object)?.nodes;
-    if (node === undefined || nodeDefs[node].mesh === undefined) return;
-    const name = nodeDefs[node].name ?? `node ${node}`;
-    if (known && !known.has(name)) return;
+  const nodeOf = (o) => gltf.parser.associations.get(o)?.nodes;
+  const meshesUnder = (object) => {
     const meshes = [];
     object.traverse((o) => { if (o.isMesh) meshes.push(o); });
-    if (meshes.length) parts.push({ name, object, meshes });
+    return meshes;
+  };
+  const namedAbove = (object) => {
+    for (let o = object; o; o = o.parent) if (nodeDefs[nodeOf(o)]?.name) return nodeDefs[nodeOf(o)].name;
+    return `node ${nodeOf(object)}`;
+  };
+  const known = report ? new Set(report.parts.map((p) => p.name)) : null;
+  const found = new Map();  // preorder: a deeper node of the same name replaces its ancestor
+  gltf.scene.traverse((object) => {
+    const def = nodeDefs[nodeOf(object)];
+    if (!def) return;
+    if (known ? known.has(def.name) && meshesUnder(object).length : def.mesh !== undefined) {
+      let name = known ? def.name : namedAbove(object);
+      for (let n = 2; !known && found.has(name); ++n) name = `${namedAbove(object)} (${n})`;
+      found.set(name, object);
+    }
   });
   const triangles = new Map(report ? report.parts.map((p) => [p.name, p.triangles]) : []);
-  parts.forEach((part, index) => {
-    part.index = index;
-    part.triangles = triangles.get(part.name) ?? part.meshes.reduce((n, m) => n + triangleCount(m.geometry), 0);
+  return [...found].map(([name, object], index) => {
+    const meshes = meshesUnder(object);
+    return { name, object, meshes, index,
+      triangles: triangles.get(name) ?? meshes.reduce((n, m) => n + triangleCount(m.geometry), 0) };
   });
-  return parts;
 }
 
 function triangleCount(geometry) {
