@@ -1,7 +1,10 @@
 // Starting headless Chromium through playwright-core for the page tests and
-// the first-frame measurement, and opening a velmora page in it offline.
+// the first-frame measurement, opening a velmora page in it offline, and
+// making pages that show a meshopt-compressed GLB.
 import { createRequire } from 'node:module';
-import { existsSync } from 'node:fs';
+import { spawnSync } from 'node:child_process';
+import { existsSync, readFileSync, writeFileSync } from 'node:fs';
+import { gzipSync } from 'node:zlib';
 import { join, resolve } from 'node:path';
 import { pathToFileURL } from 'node:url';
 
@@ -53,4 +56,19 @@ export async function openPage(browser, html, problems) {
   const error = await page.evaluate(() => window.velmoraViewer.error);
   if (error) problems.push(`viewer error: ${error}`);
   return { context, page };
+}
+
+// A copy of `html` showing `glb` instead of its own GLB.
+export function withGlb(html, glb, out) {
+  const packed = gzipSync(readFileSync(glb)).toString('base64');
+  const page = readFileSync(html, 'utf8').replace(/(<script id="velmora-glb"[^>]*>)[^<]*/, (_, open) => open + packed);
+  writeFileSync(out, page);
+}
+
+// The GLB squeezed by gltfpack (from `modules`): quantised, meshopt-compressed,
+// named nodes kept.
+export function meshoptCompressed(modules, glb, out) {
+  const cli = join(resolve(modules), 'gltfpack', 'cli.js');
+  const run = spawnSync(process.execPath, [cli, '-i', glb, '-o', out, '-cc', '-kn', '-km'], { encoding: 'utf8' });
+  if (run.status !== 0) throw new Error(`gltfpack failed: ${run.stderr}`);
 }

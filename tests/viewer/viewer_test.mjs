@@ -4,10 +4,9 @@
 // different, non-blank pictures assembled and exploded.
 //   node viewer_test.mjs VELMORA NODE_MODULES EXAMPLES_DIR CORPUS_DIR WORK_DIR
 import { spawnSync } from 'node:child_process';
-import { gzipSync } from 'node:zlib';
 import { existsSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { launchBrowser, openPage } from './browser.mjs';
+import { launchBrowser, meshoptCompressed, openPage, withGlb } from './browser.mjs';
 
 const [velmora, modules, examples, corpus, work] = process.argv.slice(2);
 const failures = [];
@@ -16,19 +15,6 @@ const check = (ok, what) => { if (!ok) failures.push(what); };
 function runVelmora(args) {
   const run = spawnSync(velmora, args, { encoding: 'utf8' });
   if (run.status !== 0) throw new Error(`velmora ${args.join(' ')} failed (${run.status}): ${run.stderr}`);
-}
-
-// A copy of `html` showing `glb` instead of its own GLB.
-function withGlb(html, glb, out) {
-  const packed = gzipSync(readFileSync(glb)).toString('base64');
-  const page = readFileSync(html, 'utf8').replace(/(<script id="velmora-glb"[^>]*>)[^<]*/, (_, open) => open + packed);
-  writeFileSync(out, page);
-}
-
-// The GLB squeezed by gltfpack: quantised, meshopt-compressed, named nodes kept.
-function meshoptCompressed(glb, out) {
-  const run = spawnSync(process.execPath, [join(modules, 'gltfpack', 'cli.js'), '-i', glb, '-o', out, '-cc', '-kn', '-km'], { encoding: 'utf8' });
-  if (run.status !== 0) throw new Error(`gltfpack failed: ${run.stderr}`);
 }
 
 // Each case: the page, the report the command wrote beside it, how it was made.
@@ -40,7 +26,7 @@ function makeCases() {
   const cases = [];
   runVelmora(['demo', 'pins', '-o', at('demo.json')]);
   cases.push({ name: 'demo pins', html: at('demo.html'), report: at('demo.json'), controls: true });
-  meshoptCompressed(at('demo.glb'), at('demo-meshopt.glb'));
+  meshoptCompressed(modules, at('demo.glb'), at('demo-meshopt.glb'));
   withGlb(at('demo.html'), at('demo-meshopt.glb'), at('demo-meshopt.html'));
   cases.push({ name: 'demo pins, meshopt-compressed GLB', html: at('demo-meshopt.html'), report: at('demo.json'), tolerance: 1e-3 });
   runVelmora(['explode', pins, '-o', at('static.glb'), '--pose', 'exploded', '--report', at('static.json'), '--html', at('static.html')]);
