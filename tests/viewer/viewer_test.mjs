@@ -77,9 +77,10 @@ function stillParts(report) {
   return report.parts.filter((p) => report.explosion.offsets[p.group].every((x) => x === 0)).map((p) => p.name);
 }
 
-// The controls a person uses: the parts list, the keyboard, hovering,
-// the theme, saving a picture.
+// The controls a person uses: the parts list, the keyboard, hovering, the
+// tree, the theme, saving a picture.
 async function testControls(page, c, hook) {
+  const names = await hook('partNames');
   const rows = await page.locator('#bom tbody tr').evaluateAll((trs) => trs.map((tr) => [...tr.cells].map((td) => td.textContent)));
   check(JSON.stringify(rows) === JSON.stringify([['sides', '1', '1524'], ['dowel', '6', '314']]), `${c.name}: parts list ${JSON.stringify(rows)}`);
 
@@ -104,6 +105,17 @@ async function testControls(page, c, hook) {
   await page.click('#theme');
   const after = (await grabLuminance(page)).reduce((a, b) => a + b, 0);
   check(before !== after, `${c.name}: the theme does not change the picture`);
+
+  const leaf = page.locator('#tree .leaf').first();
+  await leaf.click();
+  check(JSON.stringify(await hook('visibleParts')) === JSON.stringify([await leaf.textContent()]), `${c.name}: a leaf does not isolate its part`);
+  await page.locator('#tree .node').first().click();
+  check((await hook('visibleParts')).length === names.length, `${c.name}: the root does not show every part`);
+  await leaf.click();
+  await page.click('#show-all');
+  check((await hook('visibleParts')).length === names.length, `${c.name}: show all does not`);
+  await page.locator('#tree summary').first().click({ position: { x: 4, y: 8 } });
+  check(!(await page.locator('#tree details').first().evaluate((d) => d.open)), `${c.name}: the tree does not fold`);
 
   const [download] = await Promise.all([page.waitForEvent('download'), page.click('#save')]);
   const saved = join(work, 'saved.png');

@@ -174,10 +174,13 @@ class Page {
         attach(leaf, names);
         return leaf;
       }
+      // The label isolates, the marker beside it folds.
       const details = element('details');
       details.open = true;
-      const summary = element('summary', title);
-      attach(summary, names);
+      const summary = element('summary');
+      const labelText = element('span', title, 'node');
+      attach(labelText, names);
+      summary.append(labelText);
       details.append(summary, ...children);
       return details;
     };
@@ -317,6 +320,7 @@ function exposeHook(page, hook) {
     steps: () => page.steps.map((s) => ({ text: s.text, parts: s.parts })),
     highlightStep: (k) => page.selectStep(k),
     highlighted: () => [...(v.highlighted ?? [])],
+    visibleParts: () => v.parts.filter((p) => p.object.visible).map((p) => p.name),
     baseName: () => page.base,
     hasLines: () => v.lines.some((l) => l.isLine),
     render: () => page.draw(),
