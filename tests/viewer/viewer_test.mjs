@@ -106,6 +106,14 @@ async function testControls(page, c, hook) {
   const after = (await grabLuminance(page)).reduce((a, b) => a + b, 0);
   check(before !== after, `${c.name}: the theme does not change the picture`);
 
+  await hook('setExplode', 1);
+  const sum = async () => (await grabLuminance(page)).reduce((a, b) => a + b, 0);
+  const withoutLines = await sum();
+  await page.click('#lines');
+  check(await hook('hasLines') && (await sum()) !== withoutLines, `${c.name}: explosion lines do not show`);
+  await page.click('#lines');
+  check((await sum()) === withoutLines, `${c.name}: explosion lines do not hide`);
+
   const leaf = page.locator('#tree .leaf').first();
   await leaf.click();
   check(JSON.stringify(await hook('visibleParts')) === JSON.stringify([await leaf.textContent()]), `${c.name}: a leaf does not isolate its part`);
