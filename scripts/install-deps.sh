@@ -6,12 +6,17 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libembree-dev libassimp-dev libcli11-dev nlohmann-json3-dev
+  libembree-dev libassimp-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
   python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pytest python3-distributed
   python3-skbuild python3-venv python3-pip
   libmeshoptimizer-dev
   libocct-data-exchange-dev libocct-ocaf-dev libocct-modeling-algorithms-dev
+  chromium
 )
+# The HTML viewer is bundled with node and npm. Debian's npm conflicts with
+# the nodejs of other sources (which bring their own npm), so both come from
+# Debian only when neither command is present.
+command -v node >/dev/null && command -v npm >/dev/null || packages+=(nodejs npm)
 
 missing=()
 for p in "${packages[@]}"; do

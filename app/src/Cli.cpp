@@ -19,6 +19,7 @@
 #include "velmora/RemovalInstructions.h"
 #include "velmora/Report.h"
 #include "velmora/TerminalProgress.h"
+#include "velmora/ViewerPage.h"
 
 namespace velmora {
 namespace {
@@ -50,17 +51,20 @@ ExplodeOptions defaultExplodeOptions()
 
 struct ExplodeFlags {
     std::string glb;
+    std::string html;
     std::string report;
     std::string pose = "animated";
     std::string fix;            // the part kept still; empty: the largest
     std::string units = "mm";   // of inputs that do not state theirs
     ExplodeOptions options = defaultExplodeOptions();
+    std::string title;          // of the page
 };
 
 struct RemoveFlags {
     std::string part;
     std::string report;
     std::string glb;
+    std::string html;
     ExplodeFlags view;  // how the steps' view is written and what stays still
 };
 
@@ -269,10 +273,49 @@ std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const 
     return report.empty() ? nullptr : std::make_unique<OutputFile>(report, out);
 }
 
+// The page `--html` asks for (null when it does not), opened before the
+// work; it may share its file with none of `otherOutputs` and replace none
+// of `inputs`.
+std::unique_ptr<OutputFile> openPage(const std::string& html, const std::vector<std::string>& otherOutputs,
+                                     const std::vector<std::string>& inputs, std::ostream& out)
+{
+    if (html.empty())
+        return nullptr;
+    requireViewer();
+    if (std::find(otherOutputs.begin(), otherOutputs.end(), html) != otherOutputs.end())
+        throw InputError(html + ": the page cannot share its file with another output");
+    std::error_code ec;
+    for (const std::string& input : inputs)
+        if (std::filesystem::equivalent(html, input, ec))
+            throw InputError(html + ": the page would replace an input");
+    return std::make_unique<OutputFile>(html, out);
+}
+
+void writePage(OutputFile& file, const ExplodeFlags& flags, const std::vector<unsigned char>& glb, const Json& report,
+               std::ostream& err)
+{
+    const std::string page = viewerPage(flags.title, glb, report);
+    file.stream() << page;
+    file.commit();
+    if (flags.html != "-") {
+        char size[32];
+        std::snprintf(size, sizeof size, "%.2f MB", double(page.size()) / 1e6);
+        err << "velmora: wrote " << flags.html << " (page of " << size << ")\n";
+    }
+}
+
+// A page title naming the inputs.
+std::string inputsTitle(const InputFlags& inputs)
+{
+    const std::string first = std::filesystem::path(inputs.inputs.front()).filename().string();
+    return inputs.inputs.size() == 1 ? first : first + " and " + std::to_string(inputs.inputs.size() - 1) + " more";
+}
+
 // Explodes a planned assembly, writes the GLB and, when `reportFile` is
-// given, `report` completed with the exploded view.
+// given, `report` completed with the exploded view; the same for the page
+// when `pageFile` is given.
 void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* reportFile,
-                       Json report, std::ostream& err)
+                       Json report, std::ostream& err, OutputFile* pageFile = nullptr)
 {
     ExplodeOptions options = flags.options;
     options.staticPose = flags.pose == "exploded";
@@ -288,25 +331,30 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
         view = explodeAssembly(plan, options);
     }
     const double explodeMs = timer.getElapsedMs();
-    writeGlbFile(view.glb, flags.glb);
-    if (flags.glb != "-") {
+    if (!flags.glb.empty())
+        writeGlbFile(view.glb, flags.glb);
+    if (!flags.glb.empty() && flags.glb != "-") {
         err << "velmora: wrote " << flags.glb << " (" << plan.assembly().parts.size() << " parts, "
             << (options.staticPose ? "exploded pose" : "animation of ");
         if (!options.staticPose)
             err << view.duration << " s";
         err << ")\n";
     }
-    if (!reportFile)
+    if (!reportFile && !pageFile)
         return;
     report.update(explodeReport(plan, view, options));
     report["timings"]["explodeMs"] = explodeMs;
-    writeJson(report, *reportFile);
+    if (reportFile)
+        writeJson(report, *reportFile);
+    if (pageFile)
+        writePage(*pageFile, flags, view.glb, report, err);
 }
 
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
                std::ostream& err)
 {
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {explode.glb, explode.report}, inputs.inputs, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     if (!explode.fix.empty())
@@ -315,7 +363,9 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     Json report = inputsJson(inputs);
     report["timings"]["importMs"] = importMs;
-    writeExplodedView(*plan, explode, flags.verbose, reportFile.get(), report, err);
+    ExplodeFlags titled = explode;
+    titled.title = inputsTitle(inputs) + ": exploded view";
+    writeExplodedView(*plan, titled, flags.verbose, reportFile.get(), report, err, pageFile.get());
     return kExitOk;
 }
 
@@ -365,6 +415,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
               std::ostream& err)
 {
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(remove.report, remove.glb, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(remove.html, {remove.glb, remove.report}, inputs.inputs, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
@@ -375,36 +426,37 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
     RemovalProcedure removal;
     {
         LibraryOutput lines(flags.verbose);
-        removal = planRemoval(*plan, part, !remove.glb.empty());
+        removal = planRemoval(*plan, part, !remove.glb.empty() || pageFile);
     }
     const double removalMs = timer.getElapsedMs();
     const std::vector<RemovalInstruction> instructions = removalInstructions(*plan, removal, base);
-    const bool listToStdout = remove.report != "-" && remove.glb != "-";
+    const bool listToStdout = remove.report != "-" && remove.glb != "-" && remove.html != "-";
     printRemovalInstructions(assembly, removal, base, instructions, listToStdout ? out : err);
-    if (reportFile) {
-        Json report = inputsJson(inputs);
-        report.update(removalReport(*plan, removal));
-        report["removal"]["base"] = partNamesOf(assembly, {base});
-        report["removal"]["instructions"] = instructionsJson(assembly, instructions);
-        report["timings"]["importMs"] = importMs;
-        report["timings"]["removalMs"] = removalMs;
+    Json report = inputsJson(inputs);
+    report.update(removalReport(*plan, removal));
+    report["removal"]["base"] = partNamesOf(assembly, {base});
+    report["removal"]["instructions"] = instructionsJson(assembly, instructions);
+    report["timings"]["importMs"] = importMs;
+    report["timings"]["removalMs"] = removalMs;
+    if (reportFile)
         writeJson(report, *reportFile);
-    }
-    if (!remove.glb.empty()) {
+    if (!remove.glb.empty() || pageFile) {
         ExplodeFlags steps = remove.view;
         steps.glb = remove.glb;
+        steps.html = remove.html;
+        steps.title = inputsTitle(inputs) + ": taking out " + assembly.parts[part].name;
         steps.fix.clear();
         steps.options.base = int(base);
         steps.options.policy = 0;  // one step after the other
         steps.options.glb.animationName = "remove " + assembly.parts[part].name;
-        writeExplodedView(*plan, steps, flags.verbose, nullptr, Json::object(), err);
+        writeExplodedView(*plan, steps, flags.verbose, nullptr, report, err, pageFile.get());
     }
     return kExitOk;
 }
 
-std::string viewBesideReport(const std::string& report)
+std::string besideReport(const std::string& report, const char* extension)
 {
-    return std::filesystem::path(report).replace_extension(".glb").string();
+    return std::filesystem::path(report).replace_extension(extension).string();
 }
 
 int runDemo(const std::string& name, bool list, const PlanFlags& flags, const std::string& output,
@@ -416,6 +468,11 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
         return kExitOk;
     }
     OutputFile file(output, out);
+    // The page goes beside a report written to a file, in builds that have the viewer.
+    ExplodeFlags explode;
+    explode.html = output != "-" && viewerBuiltIn() ? besideReport(output, ".html") : "";
+    explode.title = name + ": exploded view";
+    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {output, glb}, {}, out);
     kx::kxTimer timer;
     const Assembly assembly = makeDemoAssembly(name);
     const double importMs = timer.getElapsedMs();
@@ -429,12 +486,9 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
         << " contacts, " << splits << " splits, "
         << plan->builder().getNoDistantConstraints() << " distant blocking constraints\n";
     // The exploded view goes beside a report written to a file.
-    const std::string viewPath = !glb.empty() || output == "-" ? glb : viewBesideReport(output);
-    if (!viewPath.empty()) {
-        ExplodeFlags explode;
-        explode.glb = viewPath;
-        writeExplodedView(*plan, explode, flags.verbose, nullptr, Json::object(), err);
-    }
+    explode.glb = !glb.empty() || output == "-" ? glb : besideReport(output, ".glb");
+    if (!explode.glb.empty() || pageFile)
+        writeExplodedView(*plan, explode, flags.verbose, nullptr, report, err, pageFile.get());
     writeJson(report, file);
     return kExitOk;
 }
@@ -475,6 +529,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     addInputFlags(*explode, inputs);
     explode->add_option("-o,--output", explodeFlags.glb, "The .glb file, or - for standard output")->required();
     explode->add_option("--report", explodeFlags.report, "Also write the plan and the offsets as JSON");
+    explode->add_option("--html", explodeFlags.html, "Also write a self-contained HTML page that shows the plan");
     addPlanFlags(*explode, planning, true);
     addExplodeFlags(*explode, explodeFlags);
 
@@ -484,6 +539,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     remove->add_option("--part", removeFlags.part, "Name of the part to take out")->required();
     remove->add_option("-o,--output", removeFlags.report, "Also write the steps as JSON (- for standard output)");
     remove->add_option("--gltf", removeFlags.glb, "Also write the steps as an animated .glb");
+    remove->add_option("--html", removeFlags.html, "Also write the steps as a self-contained HTML page");
     addPlanFlags(*remove, planning, true);
     addViewFlags(*remove, removeFlags.view);
 
