@@ -22,7 +22,7 @@ kx2SATSolver::kx2SATSolver(unsigned noVars, unsigned noConstraints)
     : mNodes(), mPenalty(2 * (noVars + noConstraints) - 1, 0), mConstraintFirstColumn(noConstraints),
       mLiteralFirstNode(2 * noVars, kNone), mLiteralCost(2 * noVars, 0),
       mHighWordStack(2 * (noVars + noConstraints) - 1, 0), mNoHighWords(0), mRemovedHeaders(noConstraints, 0),
-      mNoRemovedHeaders(0), mScratchColumns(noVars + 2 * noConstraints),
+      mNoRemovedHeaders(0), mInertHeaders(2 * noConstraints, 0), mNoInertHeaders(0), mScratchColumns(noVars + 2 * noConstraints),
       mMergeBuffer(noVars + 2 * noConstraints), mBestSolution(noVars), mCurrentAssignment(noVars),
       mTouchedVars(noVars), mClusterGroups(noVars), mBestCost(kNoCost), mNoVars(noVars),
       mNoConstraints(noConstraints), mMaxColumns(2 * (noVars + noConstraints) - 1),
@@ -338,10 +338,48 @@ void kx2SATSolver::solve()
     mCurrentAssignment->clear(false);
     mBestSolution->clear(false);
     removeRedundantConstraints();
+    removeInertColumns();
     mBestCost = kNoCost;
     mNoVisitedNodes = 0;
     iterateSolve(0, 0, 0, 0);
+    pushBackInertColumns();
     pushBackRedundantConstraints();
+}
+
+bool kx2SATSolver::isInertColumn(unsigned headerNode) const
+{
+    const kxDLXNode& node = mNodes[headerNode];
+    return !node.isActive() && !node.isSelectable() && mPenalty[getColumnIdFromNodeId(headerNode)] == 0;
+}
+
+void kx2SATSolver::removeInertColumns()
+{
+    mNoInertHeaders = 0;
+    for (unsigned h = mNodes[kRootNode].right; h != kRootNode; h = mNodes[h].right)
+    {
+        if (!isInertColumn(h))
+            continue;
+        // A soft column without penalty is never selected and charges nothing
+        // when covered; only the walks over it would remain. Unlinking it keeps
+        // the order of every other ring, so the search visits the same nodes.
+        const unsigned column = getColumnIdFromNodeId(h);
+        unlinkFromRow(h);
+        unlinkFromRow(getFirstChildNodeId(column));
+        unlinkFromRow(getSecondChildNodeId(column));
+        mInertHeaders[mNoInertHeaders++] = h;
+    }
+}
+
+void kx2SATSolver::pushBackInertColumns()
+{
+    while (mNoInertHeaders > 0)
+    {
+        const unsigned h = mInertHeaders[--mNoInertHeaders];
+        const unsigned column = getColumnIdFromNodeId(h);
+        relinkInRow(getSecondChildNodeId(column));
+        relinkInRow(getFirstChildNodeId(column));
+        relinkInRow(h);
+    }
 }
 
 bool kx2SATSolver::isRedundantAfter(unsigned headerNode, unsigned nextHeaderNode) const
