@@ -14,9 +14,9 @@
 // Invariants:
 // - mConstraintFirstColumn[c] is the current column of constraint c's first
 //   clause, its second clause is the next column;
-// - between searches the literal costs are zero and every redundant or inert
-//   (soft, penalty-free) column removed for a search is linked again: each
-//   cover is undone by its uncover;
+// - between searches the literal costs are zero and every redundant or soft
+//   column removed for a search is linked again: each cover is undone by its
+//   uncover;
 // - a range must be baked (bakeSystem) before it is solved.
 #pragma once
 
@@ -199,10 +199,11 @@ private:
     void removeRedundantConstraints();
     void pushBackRedundantConstraints();
     bool isRedundantAfter(unsigned headerNode, unsigned nextHeaderNode) const;
-    // Soft columns without penalty leave the rings for the time of a search.
+    // For the time of a search soft columns leave the header ring, and those
+    // without penalty (inert) their literal rings as well.
     bool isInertColumn(unsigned headerNode) const;
-    void removeInertColumns();
-    void pushBackInertColumns();
+    void removeSoftColumns();
+    void pushBackSoftColumns();
 
     void configureColumn(unsigned column, bool soft, bool otherSoft, unsigned penalty, bool maxType);
     void writeHeader(unsigned column, uint32_t literal0, uint32_t literal1, uint32_t constraintId, bool active,
@@ -233,8 +234,8 @@ private:
     unsigned mNoHighWords;
     std::vector<unsigned> mRemovedHeaders;
     unsigned mNoRemovedHeaders;
-    std::vector<unsigned> mInertHeaders;
-    unsigned mNoInertHeaders;
+    std::vector<unsigned> mSoftHeaders;
+    unsigned mNoSoftHeaders;
     std::vector<kxDLXColumn> mScratchColumns;
     std::vector<kxDLXColumn> mMergeBuffer;
 

@@ -22,7 +22,8 @@ kx2SATSolver::kx2SATSolver(unsigned noVars, unsigned noConstraints)
     : mNodes(), mPenalty(2 * (noVars + noConstraints) - 1, 0), mConstraintFirstColumn(noConstraints),
       mLiteralFirstNode(2 * noVars, kNone), mLiteralCost(2 * noVars, 0),
       mHighWordStack(2 * (noVars + noConstraints) - 1, 0), mNoHighWords(0), mRemovedHeaders(noConstraints, 0),
-      mNoRemovedHeaders(0), mInertHeaders(2 * noConstraints, 0), mNoInertHeaders(0), mScratchColumns(noVars + 2 * noConstraints),
+      mNoRemovedHeaders(0), mSoftHeaders(2 * noConstraints, 0), mNoSoftHeaders(0),
+      mScratchColumns(noVars + 2 * noConstraints),
       mMergeBuffer(noVars + 2 * noConstraints), mBestSolution(noVars), mCurrentAssignment(noVars),
       mTouchedVars(noVars), mClusterGroups(noVars), mBestCost(kNoCost), mNoVars(noVars),
       mNoConstraints(noConstraints), mMaxColumns(2 * (noVars + noConstraints) - 1),
@@ -338,11 +339,11 @@ void kx2SATSolver::solve()
     mCurrentAssignment->clear(false);
     mBestSolution->clear(false);
     removeRedundantConstraints();
-    removeInertColumns();
+    removeSoftColumns();
     mBestCost = kNoCost;
     mNoVisitedNodes = 0;
     iterateSolve(0, 0, 0, 0);
-    pushBackInertColumns();
+    pushBackSoftColumns();
     pushBackRedundantConstraints();
 }
 
@@ -352,32 +353,41 @@ bool kx2SATSolver::isInertColumn(unsigned headerNode) const
     return !node.isActive() && !node.isSelectable() && mPenalty[getColumnIdFromNodeId(headerNode)] == 0;
 }
 
-void kx2SATSolver::removeInertColumns()
+void kx2SATSolver::removeSoftColumns()
 {
-    mNoInertHeaders = 0;
+    mNoSoftHeaders = 0;
     for (unsigned h = mNodes[kRootNode].right; h != kRootNode; h = mNodes[h].right)
     {
-        if (!isInertColumn(h))
+        if (mNodes[h].isActive())
             continue;
-        // A soft column without penalty is never selected and charges nothing
-        // when covered; only the walks over it would remain. Unlinking it keeps
-        // the order of every other ring, so the search visits the same nodes.
-        const unsigned column = getColumnIdFromNodeId(h);
+        // The search never selects a soft column and reaches it only through
+        // its literals' rings, so it leaves the header ring. One without
+        // penalty also charges nothing when covered: it leaves the literal
+        // rings too, where only the walks over it would remain. Unlinking
+        // keeps the order of every other ring, so the search visits the same
+        // nodes.
         unlinkFromRow(h);
-        unlinkFromRow(getFirstChildNodeId(column));
-        unlinkFromRow(getSecondChildNodeId(column));
-        mInertHeaders[mNoInertHeaders++] = h;
+        if (isInertColumn(h))
+        {
+            const unsigned column = getColumnIdFromNodeId(h);
+            unlinkFromRow(getFirstChildNodeId(column));
+            unlinkFromRow(getSecondChildNodeId(column));
+        }
+        mSoftHeaders[mNoSoftHeaders++] = h;
     }
 }
 
-void kx2SATSolver::pushBackInertColumns()
+void kx2SATSolver::pushBackSoftColumns()
 {
-    while (mNoInertHeaders > 0)
+    while (mNoSoftHeaders > 0)
     {
-        const unsigned h = mInertHeaders[--mNoInertHeaders];
-        const unsigned column = getColumnIdFromNodeId(h);
-        relinkInRow(getSecondChildNodeId(column));
-        relinkInRow(getFirstChildNodeId(column));
+        const unsigned h = mSoftHeaders[--mNoSoftHeaders];
+        if (isInertColumn(h))
+        {
+            const unsigned column = getColumnIdFromNodeId(h);
+            relinkInRow(getSecondChildNodeId(column));
+            relinkInRow(getFirstChildNodeId(column));
+        }
         relinkInRow(h);
     }
 }
