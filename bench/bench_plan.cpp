@@ -6,7 +6,7 @@
 // The assembly is built outside the timing.
 //
 // The larger sizes take minutes; pick sizes with --benchmark_filter, e.g.
-// --benchmark_filter='Plan/(50|100|200)$'.
+// --benchmark_filter='Plan/(50|100|200)/'.
 #include <benchmark/benchmark.h>
 
 #include <ctime>

@@ -22,7 +22,7 @@ kx2SATSolver::kx2SATSolver(unsigned noVars, unsigned noConstraints)
     : mNodes(), mPenalty(2 * (noVars + noConstraints) - 1, 0), mConstraintFirstColumn(noConstraints),
       mLiteralFirstNode(2 * noVars, kNone), mLiteralCost(2 * noVars, 0),
       mHighWordStack(2 * (noVars + noConstraints) - 1, 0), mNoHighWords(0), mRemovedHeaders(noConstraints, 0),
-      mNoRemovedHeaders(0), mSoftHeaders(2 * noConstraints, 0), mNoSoftHeaders(0),
+      mNoRemovedHeaders(0), mUnselectableHeaders(2 * noConstraints, 0), mNoUnselectableHeaders(0),
       mScratchColumns(noVars + 2 * noConstraints),
       mMergeBuffer(noVars + 2 * noConstraints), mBestSolution(noVars), mCurrentAssignment(noVars),
       mTouchedVars(noVars), mClusterGroups(noVars), mBestCost(kNoCost), mNoVars(noVars),
@@ -339,12 +339,17 @@ void kx2SATSolver::solve()
     mCurrentAssignment->clear(false);
     mBestSolution->clear(false);
     removeRedundantConstraints();
-    removeSoftColumns();
+    removeUnselectableColumns();
     mBestCost = kNoCost;
     mNoVisitedNodes = 0;
     iterateSolve(0, 0, 0, 0);
-    pushBackSoftColumns();
+    pushBackUnselectableColumns();
     pushBackRedundantConstraints();
+}
+
+bool kx2SATSolver::isSearchColumn(unsigned headerNode) const
+{
+    return mNodes[headerNode].isActive() && mNodes[headerNode].isSelectable();
 }
 
 bool kx2SATSolver::isInertColumn(unsigned headerNode) const
@@ -353,19 +358,19 @@ bool kx2SATSolver::isInertColumn(unsigned headerNode) const
     return !node.isActive() && !node.isSelectable() && mPenalty[getColumnIdFromNodeId(headerNode)] == 0;
 }
 
-void kx2SATSolver::removeSoftColumns()
+void kx2SATSolver::removeUnselectableColumns()
 {
-    mNoSoftHeaders = 0;
+    mNoUnselectableHeaders = 0;
     for (unsigned h = mNodes[kRootNode].right; h != kRootNode; h = mNodes[h].right)
     {
-        if (mNodes[h].isActive())
+        if (isSearchColumn(h))
             continue;
-        // The search never selects a soft column and reaches it only through
-        // its literals' rings, so it leaves the header ring. One without
-        // penalty also charges nothing when covered: it leaves the literal
-        // rings too, where only the walks over it would remain. Unlinking
-        // keeps the order of every other ring, so the search visits the same
-        // nodes.
+        // The search selects only hard primary columns and reaches the others
+        // through their literals' rings, so they leave the header ring. A
+        // soft column without penalty also charges nothing when covered: it
+        // leaves the literal rings too, where only the walks over it would
+        // remain. Unlinking keeps the order of every other ring, so the search
+        // visits the same nodes.
         unlinkFromRow(h);
         if (isInertColumn(h))
         {
@@ -373,15 +378,15 @@ void kx2SATSolver::removeSoftColumns()
             unlinkFromRow(getFirstChildNodeId(column));
             unlinkFromRow(getSecondChildNodeId(column));
         }
-        mSoftHeaders[mNoSoftHeaders++] = h;
+        mUnselectableHeaders[mNoUnselectableHeaders++] = h;
     }
 }
 
-void kx2SATSolver::pushBackSoftColumns()
+void kx2SATSolver::pushBackUnselectableColumns()
 {
-    while (mNoSoftHeaders > 0)
+    while (mNoUnselectableHeaders > 0)
     {
-        const unsigned h = mSoftHeaders[--mNoSoftHeaders];
+        const unsigned h = mUnselectableHeaders[--mNoUnselectableHeaders];
         if (isInertColumn(h))
         {
             const unsigned column = getColumnIdFromNodeId(h);
@@ -465,7 +470,8 @@ void kx2SATSolver::coverColumn(unsigned column)
     kxDLXNode& node = mNodes[h];
     if (node.isActive())
     {
-        unlinkFromRow(h);
+        if (node.isSelectable())
+            unlinkFromRow(h);
         for (unsigned i = node.down; i != h; i = mNodes[i].down)
         {
             for (unsigned j = mNodes[i].right; j != i; j = mNodes[j].right)
@@ -499,7 +505,8 @@ void kx2SATSolver::uncoverColumn(unsigned column)
             for (unsigned j = mNodes[i].left; j != i; j = mNodes[j].left)
                 relinkInColumn(j);
         }
-        relinkInRow(h);
+        if (node.isSelectable())
+            relinkInRow(h);
         return;
     }
     if (node.down == h)

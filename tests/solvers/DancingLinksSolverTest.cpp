@@ -244,12 +244,12 @@ TEST(kx2SATSolver, ReorderOfASideKeepsItsRangeAndPenalties)
 
 // Systems as the hierarchy builder sees them: most constraints are soft and
 // cost nothing (blocking pairs that do not touch), the rest hard or priced.
-// The search that leaves the soft columns out of the header ring (and the
-// penalty-free ones out of their literal rings too) must find the same cost
-// and the same assignment after visiting exactly the same search nodes as the
-// one that walks past them, and leave the matrix as it found it. Sizes go
-// beyond what enumeration can check.
-TEST(kx2SATSolver, SearchWithoutSoftColumnsVisitsTheSameNodes)
+// The search that leaves the columns it never selects (soft, hard secondary)
+// out of the header ring, and the penalty-free ones out of their literal rings
+// too, must find the same cost and the same assignment after visiting exactly
+// the same search nodes as the one that walks past them, and leave the matrix
+// as it found it. Sizes go beyond what enumeration can check.
+TEST(kx2SATSolver, SearchOnlyOverSelectableColumnsVisitsTheSameNodes)
 {
     unsigned noInertConstraints = 0;
     for (unsigned seed = 0; seed < 120; ++seed)
@@ -285,7 +285,7 @@ TEST(kx2SATSolver, SearchWithoutSoftColumnsVisitsTheSameNodes)
         solver.bakeSystem(solver.getGlobalSystemRoot(), nullptr, false);
         const Access::Snapshot before = Access::snapshot(solver);
 
-        Access::solveWalkingSoftColumns(solver);
+        Access::solveWalkingAllColumns(solver);
         const uint64_t walkedCost = solver.getBestCost();
         const uint64_t walkedAssignment = solver_test::maskOf(solver.getBestSolution());
         const uint64_t walkedNodes = Access::visitedNodes(solver);

@@ -51,9 +51,10 @@ public:
     static void pushBackRedundantConstraints(kx2SATSolver& solver) { solver.pushBackRedundantConstraints(); }
     static uint32_t penalty(const kx2SATSolver& solver, unsigned column) { return solver.mPenalty[column]; }
     static uint64_t visitedNodes(const kx2SATSolver& solver) { return solver.getNoVisitedNodes(); }
-    // The search of solve() with the soft columns left in the header and
-    // literal rings: what every search walked before they were taken out.
-    static void solveWalkingSoftColumns(kx2SATSolver& solver)
+    // The search of solve() with every column left in the header ring and the
+    // literal rings: what every search walked before the columns it never
+    // selects were taken out.
+    static void solveWalkingAllColumns(kx2SATSolver& solver)
     {
         solver.mCurrentAssignment->clear(false);
         solver.mBestSolution->clear(false);
