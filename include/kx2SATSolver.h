@@ -14,8 +14,9 @@
 // Invariants:
 // - mConstraintFirstColumn[c] is the current column of constraint c's first
 //   clause, its second clause is the next column;
-// - between searches the literal costs are zero and every redundant column
-//   removed for a search is linked again: each cover is undone by its uncover;
+// - between searches the literal costs are zero and every redundant, soft or
+//   hard secondary column removed for a search is linked again: each cover is
+//   undone by its uncover;
 // - a range must be baked (bakeSystem) before it is solved.
 #pragma once
 
@@ -198,6 +199,13 @@ private:
     void removeRedundantConstraints();
     void pushBackRedundantConstraints();
     bool isRedundantAfter(unsigned headerNode, unsigned nextHeaderNode) const;
+    // For the time of a search only hard primary columns stay in the header
+    // ring (covering another hard column leaves the ring alone); soft columns
+    // without penalty (inert) leave their literal rings as well.
+    bool isSearchColumn(unsigned headerNode) const;
+    bool isInertColumn(unsigned headerNode) const;
+    void removeUnselectableColumns();
+    void pushBackUnselectableColumns();
 
     void configureColumn(unsigned column, bool soft, bool otherSoft, unsigned penalty, bool maxType);
     void writeHeader(unsigned column, uint32_t literal0, uint32_t literal1, uint32_t constraintId, bool active,
@@ -228,6 +236,8 @@ private:
     unsigned mNoHighWords;
     std::vector<unsigned> mRemovedHeaders;
     unsigned mNoRemovedHeaders;
+    std::vector<unsigned> mUnselectableHeaders;
+    unsigned mNoUnselectableHeaders;
     std::vector<kxDLXColumn> mScratchColumns;
     std::vector<kxDLXColumn> mMergeBuffer;
 

@@ -27,6 +27,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "Wm4.h"
@@ -76,9 +77,11 @@ public:
     // single precision. Sample indices are this order.
     static void GenerateDirections(unsigned n, std::vector<Wm4::Vector3<double>>& out);
     void generateDirectionSamples(unsigned n);
-    // Replaces this sample set by a copy of other's (no regeneration).
+    // Replaces this sample set by other's (no regeneration). A sample set never
+    // changes once built, so detectors share one copy of it: a detector per
+    // thread costs no extra sample memory.
     void copyDirectionSamples(const kxMotionDetect& other);
-    const std::vector<Wm4::Vector3<double>>& getDirectionSamples() const { return mDirectionSamples; }
+    const std::vector<Wm4::Vector3<double>>& getDirectionSamples() const { return mSamples->directions; }
     // The number of violating contact samples (out of sampleCount) at which a
     // motion stops being valid; a motion is valid while violations are strictly
     // fewer. At least 1, so a motion without violations is always valid.
@@ -197,10 +200,21 @@ public:
                                                         const Wm4::Vector3<double>& point, float length);
 
 private:
-    // Copies the sample set into the coordinate arrays of the scan.
-    void rebuildScanLayout();
+    // A direction sample set with the same samples again as three coordinate
+    // arrays, for the vectorised scan of getBestDisassemblySampleIndex.
+    struct tDirectionSampleSet {
+        std::vector<Wm4::Vector3<double>> directions;
+        std::vector<double> scanX;
+        std::vector<double> scanY;
+        std::vector<double> scanZ;
+    };
+    // Builds the set of subdivision level n with its scan layout.
+    static std::shared_ptr<const tDirectionSampleSet> BuildSampleSet(unsigned n);
+    // The set of a detector that has none yet: empty.
+    static std::shared_ptr<const tDirectionSampleSet> EmptySampleSet();
 
-    std::vector<Wm4::Vector3<double>> mDirectionSamples;
+    // Read-only, shared between the detectors it was copied to; never null.
+    std::shared_ptr<const tDirectionSampleSet> mSamples;
     std::vector<const kx::kxVertexBuffer*> mContactPointBuffers;
     Wm4::Vector3<double> mPositionSum;
     Wm4::Vector3<double> mCentroid;
@@ -222,9 +236,4 @@ private:
     unsigned mMaxSampleCount;
     double mMinSampleRatio;
     double mMaxSampleRatio;
-    // The sample set again as three coordinate arrays, for the vectorised scan
-    // of getBestDisassemblySampleIndex; rebuilt whenever the set changes.
-    std::vector<double> mScanX;
-    std::vector<double> mScanY;
-    std::vector<double> mScanZ;
 };

@@ -17,6 +17,9 @@ constexpr double kSmoothingAngle = 0.820304811000824;
 constexpr unsigned kDirectionLevel = 300;
 // A circle-based centroid replaces the mean contact point above this quality.
 constexpr float kCircleQuality = 0.7f;
+// Below this quality along one sense of a line, the fit along the other sense
+// (a mirror image, equal up to rounding) cannot pass kCircleQuality.
+constexpr float kMirrorFitQuality = kCircleQuality - 0.05f;
 
 struct ContactJobResult {
     std::vector<Wm4::Vector3<double>> directions;
@@ -126,7 +129,7 @@ void kxContactDiagramFunctor::operator()(unsigned jobIndex, unsigned threadIndex
     Wm4::Vector3<float> point = meanPosition(buffers);
     float bestQuality = 0.0f;
     Wm4::Vector3<float> bestCentroid;
-    for (const Wm4::Vector3<double>& direction : result.directions) {
+    const auto fitAlong = [&](const Wm4::Vector3<double>& direction) {
         float quality = 0.0f;
         const Wm4::Vector3<float> centroid =
             kxMotionDetect::ComputeCircleBasedCentroid(Wm4::Vector3<float>(direction), buffers, quality);
@@ -134,6 +137,14 @@ void kxContactDiagramFunctor::operator()(unsigned jobIndex, unsigned threadIndex
             bestQuality = quality;
             bestCentroid = centroid;
         }
+        return quality;
+    };
+    for (unsigned k = 0; k < count; ++k) {
+        // Seen along the opposite sense the points are the exact mirror image,
+        // so its fit differs only by rounding: it can matter only when this
+        // one comes near the quality that lets a circle centre win.
+        if (fitAlong(found[k]) > kMirrorFitQuality && bothSenses[k])
+            fitAlong(-found[k]);
     }
     if (bestQuality > kCircleQuality)
         point = bestCentroid;

@@ -26,28 +26,43 @@ double turn(const Vec2& o, const Vec2& a, const Vec2& b)
 // Drops the points strictly inside the octagon of the extreme points along
 // eight directions 45 degrees apart (they cannot be hull vertices), so the
 // hull's sort sees only the points near the boundary. Contact samples cover
-// their patch densely, so most of them go.
+// their patch densely, so most of them go. Each extreme is the first point of
+// largest projection; one pass finds all eight.
 void dropPointsInsideExtremeOctagon(std::vector<Vec2>& points)
 {
     static const double kDirections[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
-    Vec2 octagon[8];
-    for (int k = 0; k < 8; ++k) {
-        const auto along = [k](const Vec2& p) { return kDirections[k][0] * p[0] + kDirections[k][1] * p[1]; };
-        octagon[k] = *std::max_element(points.begin(), points.end(),
-                                       [&](const Vec2& a, const Vec2& b) { return along(a) < along(b); });
+    const auto along = [](int k, const Vec2& p) { return kDirections[k][0] * p[0] + kDirections[k][1] * p[1]; };
+    size_t extreme[8] = {};
+    double highest[8];
+    for (int k = 0; k < 8; ++k)
+        highest[k] = along(k, points[0]);
+    for (size_t i = 1; i < points.size(); ++i) {
+        for (int k = 0; k < 8; ++k) {
+            const double value = along(k, points[i]);
+            if (highest[k] < value) {
+                highest[k] = value;
+                extreme[k] = i;
+            }
+        }
     }
     std::vector<Vec2> corners;
-    for (const Vec2& c : octagon) {
-        if (corners.empty() || c != corners.back())
-            corners.push_back(c);
+    for (const size_t i : extreme) {
+        if (corners.empty() || points[i] != corners.back())
+            corners.push_back(points[i]);
     }
     while (corners.size() > 1 && corners.front() == corners.back())
         corners.pop_back();
     if (corners.size() < 3)
         return;
+    // Edge i runs from corner i to the next one; a point is strictly inside
+    // when it lies strictly left of every edge.
+    std::vector<Vec2> edges(corners.size());
+    for (size_t i = 0; i < corners.size(); ++i)
+        edges[i] = (i + 1 < corners.size() ? corners[i + 1] : corners[0]) - corners[i];
     const auto strictlyInside = [&](const Vec2& p) {
         for (size_t i = 0; i < corners.size(); ++i) {
-            if (!(turn(corners[i], corners[(i + 1) % corners.size()], p) > 0.0))
+            const Vec2& o = corners[i];
+            if (!(edges[i][0] * (p[1] - o[1]) - edges[i][1] * (p[0] - o[0]) > 0.0))
                 return false;
         }
         return true;
@@ -150,7 +165,11 @@ Wm4::Vector3<float> kxMotionDetect::ComputeCircleBasedCentroid(const Wm4::Vector
     Vec3 u, v;
     kxMotionGeometry::perpendicularBasis(d, u, v);
 
+    size_t pointCount = 0;
+    for (const kx::kxVertexBuffer* buffer : buffers)
+        pointCount += buffer ? size_t(buffer->GetVertexQuantity()) : 0;
     std::vector<Vec2> projected;
+    projected.reserve(pointCount);
     double depthSum = 0.0;
     Vec2 low(std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity());
     Vec2 high = -low;

@@ -108,12 +108,12 @@ unsigned kxMotionDetect::getBestRotationParameters(Wm4::Vector3<double> axes[3],
     };
 
     tAxisCandidate first = {Vec3(1.0, 0.0, 0.0), mCentroid, kInfinity};
-    for (const Vec3& sample : mDirectionSamples)
+    for (const Vec3& sample : mSamples->directions)
         consider(sample, first);
 
     Vec3 u, v;
     kxMotionGeometry::perpendicularBasis(first.axis, u, v);
-    const unsigned steps = kxMotionGeometry::circleStepCount(mDirectionSamples.size());
+    const unsigned steps = kxMotionGeometry::circleStepCount(mSamples->directions.size());
     tAxisCandidate second = {Vec3(0.0, 1.0, 0.0), mCentroid, kInfinity};
     for (unsigned j = 0; j < steps; ++j)
         consider(kxMotionGeometry::circleDirection(u, v, j, steps), second);

@@ -87,32 +87,36 @@ void kxMotionDetect::GenerateDirections(unsigned n, std::vector<Wm4::Vector3<dou
         sample *= 1.0 / std::sqrt(sample[0] * sample[0] + sample[1] * sample[1] + sample[2] * sample[2]);
 }
 
+std::shared_ptr<const kxMotionDetect::tDirectionSampleSet> kxMotionDetect::BuildSampleSet(unsigned n)
+{
+    auto set = std::make_shared<tDirectionSampleSet>();
+    GenerateDirections(n, set->directions);
+    const size_t count = set->directions.size();
+    set->scanX.resize(count);
+    set->scanY.resize(count);
+    set->scanZ.resize(count);
+    for (size_t i = 0; i < count; ++i) {
+        set->scanX[i] = set->directions[i][0];
+        set->scanY[i] = set->directions[i][1];
+        set->scanZ[i] = set->directions[i][2];
+    }
+    return set;
+}
+
+std::shared_ptr<const kxMotionDetect::tDirectionSampleSet> kxMotionDetect::EmptySampleSet()
+{
+    static const std::shared_ptr<const tDirectionSampleSet> empty = std::make_shared<const tDirectionSampleSet>();
+    return empty;
+}
+
 void kxMotionDetect::generateDirectionSamples(unsigned n)
 {
-    GenerateDirections(n, mDirectionSamples);
-    rebuildScanLayout();
+    mSamples = BuildSampleSet(n);
 }
 
 void kxMotionDetect::copyDirectionSamples(const kxMotionDetect& other)
 {
-    mDirectionSamples.clear();
-    mDirectionSamples.insert(mDirectionSamples.end(), other.mDirectionSamples.begin(), other.mDirectionSamples.end());
-    mScanX = other.mScanX;
-    mScanY = other.mScanY;
-    mScanZ = other.mScanZ;
-}
-
-void kxMotionDetect::rebuildScanLayout()
-{
-    const size_t count = mDirectionSamples.size();
-    mScanX.resize(count);
-    mScanY.resize(count);
-    mScanZ.resize(count);
-    for (size_t i = 0; i < count; ++i) {
-        mScanX[i] = mDirectionSamples[i][0];
-        mScanY[i] = mDirectionSamples[i][1];
-        mScanZ[i] = mDirectionSamples[i][2];
-    }
+    mSamples = other.mSamples;
 }
 
 unsigned kxMotionDetect::getValidSampleBound(unsigned sampleCount) const

@@ -45,7 +45,8 @@ struct tRemovalCandidate {
 }  // namespace
 
 kxMotionDetect::kxMotionDetect()
-    : mMinSampleCount(10), mMaxSampleCount(10000), mMinSampleRatio(0.1), mMaxSampleRatio(0.01)
+    : mSamples(EmptySampleSet()), mMinSampleCount(10), mMaxSampleCount(10000), mMinSampleRatio(0.1),
+      mMaxSampleRatio(0.01)
 {
     clearSystems();
 }
@@ -250,14 +251,14 @@ unsigned kxMotionDetect::getBestDisassemblySampleIndex() const
     unsigned bestIndex = NO_SAMPLE;
     double bestScore = kInfinity;
     const auto considerPlainScore = [&](size_t i) {
-        const double score = getSingleDisassemblyDirectionScore(mDirectionSamples[i]);
+        const double score = getSingleDisassemblyDirectionScore(mSamples->directions[i]);
         if (score < bestScore) {
             bestScore = score;
             bestIndex = unsigned(i);
         }
     };
 
-    const size_t count = mDirectionSamples.size();
+    const size_t count = mSamples->directions.size();
     const double scale = disassemblyMomentScale(mUnmountNormalTensor, mUnmountVectors, mUnmountTensors);
     // Moments so large (or non-finite) that the polynomial could overflow are
     // scanned with the plain form alone.
@@ -277,8 +278,9 @@ unsigned kxMotionDetect::getBestDisassemblySampleIndex() const
     double scores[kScanBlock];
     for (size_t start = 0; start < count; start += kScanBlock) {
         const unsigned blockSize = unsigned(std::min<size_t>(kScanBlock, count - start));
-        const double blockLowest = evaluateDisassemblyBlock(polynomial, mScanX.data() + start, mScanY.data() + start,
-                                                            mScanZ.data() + start, blockSize, scores);
+        const tDirectionSampleSet& set = *mSamples;
+        const double blockLowest = evaluateDisassemblyBlock(polynomial, set.scanX.data() + start, set.scanY.data() + start,
+                                                            set.scanZ.data() + start, blockSize, scores);
         if (!(blockLowest <= lowestPolynomialScore + window))
             continue;
         lowestPolynomialScore = std::min(lowestPolynomialScore, blockLowest);
@@ -294,11 +296,11 @@ unsigned kxMotionDetect::getBestDisassemblySampleIndex() const
 unsigned kxMotionDetect::computeRemovalDirection(Wm4::Vector3<double> out[3], bool outBothSenses[3])
 {
     const unsigned firstIndex = getBestDisassemblySampleIndex();
-    const Vec3 first = firstIndex == NO_SAMPLE ? Vec3(1.0, 0.0, 0.0) : mDirectionSamples[firstIndex];
+    const Vec3 first = firstIndex == NO_SAMPLE ? Vec3(1.0, 0.0, 0.0) : mSamples->directions[firstIndex];
 
     Vec3 u, v;
     kxMotionGeometry::perpendicularBasis(first, u, v);
-    const unsigned steps = kxMotionGeometry::circleStepCount(mDirectionSamples.size());
+    const unsigned steps = kxMotionGeometry::circleStepCount(mSamples->directions.size());
     Vec3 second(0.0, 1.0, 0.0);
     double secondScore = kInfinity;
     for (unsigned j = 0; j < steps; ++j) {

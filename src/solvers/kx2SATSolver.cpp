@@ -22,7 +22,8 @@ kx2SATSolver::kx2SATSolver(unsigned noVars, unsigned noConstraints)
     : mNodes(), mPenalty(2 * (noVars + noConstraints) - 1, 0), mConstraintFirstColumn(noConstraints),
       mLiteralFirstNode(2 * noVars, kNone), mLiteralCost(2 * noVars, 0),
       mHighWordStack(2 * (noVars + noConstraints) - 1, 0), mNoHighWords(0), mRemovedHeaders(noConstraints, 0),
-      mNoRemovedHeaders(0), mScratchColumns(noVars + 2 * noConstraints),
+      mNoRemovedHeaders(0), mUnselectableHeaders(2 * noConstraints, 0), mNoUnselectableHeaders(0),
+      mScratchColumns(noVars + 2 * noConstraints),
       mMergeBuffer(noVars + 2 * noConstraints), mBestSolution(noVars), mCurrentAssignment(noVars),
       mTouchedVars(noVars), mClusterGroups(noVars), mBestCost(kNoCost), mNoVars(noVars),
       mNoConstraints(noConstraints), mMaxColumns(2 * (noVars + noConstraints) - 1),
@@ -338,10 +339,62 @@ void kx2SATSolver::solve()
     mCurrentAssignment->clear(false);
     mBestSolution->clear(false);
     removeRedundantConstraints();
+    removeUnselectableColumns();
     mBestCost = kNoCost;
     mNoVisitedNodes = 0;
     iterateSolve(0, 0, 0, 0);
+    pushBackUnselectableColumns();
     pushBackRedundantConstraints();
+}
+
+bool kx2SATSolver::isSearchColumn(unsigned headerNode) const
+{
+    return mNodes[headerNode].isActive() && mNodes[headerNode].isSelectable();
+}
+
+bool kx2SATSolver::isInertColumn(unsigned headerNode) const
+{
+    const kxDLXNode& node = mNodes[headerNode];
+    return !node.isActive() && !node.isSelectable() && mPenalty[getColumnIdFromNodeId(headerNode)] == 0;
+}
+
+void kx2SATSolver::removeUnselectableColumns()
+{
+    mNoUnselectableHeaders = 0;
+    for (unsigned h = mNodes[kRootNode].right; h != kRootNode; h = mNodes[h].right)
+    {
+        if (isSearchColumn(h))
+            continue;
+        // The search selects only hard primary columns and reaches the others
+        // through their literals' rings, so they leave the header ring. A
+        // soft column without penalty also charges nothing when covered: it
+        // leaves the literal rings too, where only the walks over it would
+        // remain. Unlinking keeps the order of every other ring, so the search
+        // visits the same nodes.
+        unlinkFromRow(h);
+        if (isInertColumn(h))
+        {
+            const unsigned column = getColumnIdFromNodeId(h);
+            unlinkFromRow(getFirstChildNodeId(column));
+            unlinkFromRow(getSecondChildNodeId(column));
+        }
+        mUnselectableHeaders[mNoUnselectableHeaders++] = h;
+    }
+}
+
+void kx2SATSolver::pushBackUnselectableColumns()
+{
+    while (mNoUnselectableHeaders > 0)
+    {
+        const unsigned h = mUnselectableHeaders[--mNoUnselectableHeaders];
+        if (isInertColumn(h))
+        {
+            const unsigned column = getColumnIdFromNodeId(h);
+            relinkInRow(getSecondChildNodeId(column));
+            relinkInRow(getFirstChildNodeId(column));
+        }
+        relinkInRow(h);
+    }
 }
 
 bool kx2SATSolver::isRedundantAfter(unsigned headerNode, unsigned nextHeaderNode) const
@@ -417,7 +470,8 @@ void kx2SATSolver::coverColumn(unsigned column)
     kxDLXNode& node = mNodes[h];
     if (node.isActive())
     {
-        unlinkFromRow(h);
+        if (node.isSelectable())
+            unlinkFromRow(h);
         for (unsigned i = node.down; i != h; i = mNodes[i].down)
         {
             for (unsigned j = mNodes[i].right; j != i; j = mNodes[j].right)
@@ -451,7 +505,8 @@ void kx2SATSolver::uncoverColumn(unsigned column)
             for (unsigned j = mNodes[i].left; j != i; j = mNodes[j].left)
                 relinkInColumn(j);
         }
-        relinkInRow(h);
+        if (node.isSelectable())
+            relinkInRow(h);
         return;
     }
     if (node.down == h)

@@ -221,6 +221,27 @@ TEST(DirectionSamples, GenerateAndCopy)
     EXPECT_EQ(copied.getDirectionSamples(), expected);
 }
 
+// Detectors of several threads read one sample set: a copy shares the
+// samples (no second buffer), and regenerating the source gives it a new set
+// while the copies keep the old one unchanged.
+TEST(DirectionSamples, CopiesShareOneSetThatNeverChanges)
+{
+    EXPECT_TRUE(kxMotionDetect().getDirectionSamples().empty());
+    kxMotionDetect source;
+    source.generateDirectionSamples(3);
+    std::vector<kxMotionDetect> workers(3);
+    for (kxMotionDetect& worker : workers) {
+        worker.copyDirectionSamples(source);
+        EXPECT_EQ(worker.getDirectionSamples().data(), source.getDirectionSamples().data());
+    }
+    std::vector<Vec3> level3;
+    kxMotionDetect::GenerateDirections(3, level3);
+    source.generateDirectionSamples(5);
+    EXPECT_EQ(source.getDirectionSamples().size(), size_t(15 + 30 * 5 + 20 * 10));
+    for (const kxMotionDetect& worker : workers)
+        EXPECT_EQ(worker.getDirectionSamples(), level3);
+}
+
 TEST(ValidSampleBound, TenPercentToOnePercentLogLinear)
 {
     const kxMotionDetect detector;

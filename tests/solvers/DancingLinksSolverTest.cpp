@@ -241,3 +241,61 @@ TEST(kx2SATSolver, ReorderOfASideKeepsItsRangeAndPenalties)
     EXPECT_EQ(solver.getBestSolution().getNoTrueVars(), 1u);
     EXPECT_EQ(solver.getBestSolution().getVar(2) + solver.getBestSolution().getVar(3), 0u);
 }
+
+// Systems as the hierarchy builder sees them: most constraints are soft and
+// cost nothing (blocking pairs that do not touch), the rest hard or priced.
+// The search that leaves the columns it never selects (soft, hard secondary)
+// out of the header ring, and the penalty-free ones out of their literal rings
+// too, must find the same cost and the same assignment after visiting exactly
+// the same search nodes as the one that walks past them, and leave the matrix
+// as it found it. Sizes go beyond what enumeration can check.
+TEST(kx2SATSolver, SearchOnlyOverSelectableColumnsVisitsTheSameNodes)
+{
+    unsigned noInertConstraints = 0;
+    for (unsigned seed = 0; seed < 120; ++seed)
+    {
+        std::mt19937 rng(seed);
+        const unsigned noVars = 10 + solver_test::pick(rng, 40);
+        std::vector<solver_test::Constraint> constraints =
+            solver_test::randomConstraints(rng, noVars, noVars + solver_test::pick(rng, 3 * noVars));
+        for (solver_test::Constraint& c : constraints)
+        {
+            const unsigned kind = solver_test::pick(rng, 5);
+            const bool maxType = solver_test::pick(rng, 3) == 0;
+            if (kind == 0)
+                continue;
+            if (kind == 1)
+            {
+                c = {c.groupA, c.groupB, false, true, true, 1 + solver_test::pick(rng, 6), solver_test::pick(rng, 6),
+                     maxType};
+                continue;
+            }
+            c = {c.groupA, c.groupB, false, true, true, 0, 0, maxType};
+            ++noInertConstraints;
+        }
+        kx2SATSolver solver(noVars, unsigned(constraints.size()));
+        for (unsigned id = 0; id < constraints.size(); ++id)
+        {
+            const solver_test::Constraint& c = constraints[id];
+            solver.addNewConstraint(id, c.groupA, c.groupB, c.hard);
+            if (!c.hard)
+                solver.desactivateConstraint(id, c.soft0, c.soft1, c.penalty0, c.penalty1, c.maxType);
+        }
+        solver.reorderColumns(solver.getGlobalSystemRoot());
+        solver.bakeSystem(solver.getGlobalSystemRoot(), nullptr, false);
+        const Access::Snapshot before = Access::snapshot(solver);
+
+        Access::solveWalkingAllColumns(solver);
+        const uint64_t walkedCost = solver.getBestCost();
+        const uint64_t walkedAssignment = solver_test::maskOf(solver.getBestSolution());
+        const uint64_t walkedNodes = Access::visitedNodes(solver);
+        ASSERT_TRUE(Access::snapshot(solver) == before) << "seed " << seed;
+
+        solver.solve();
+        EXPECT_EQ(solver.getBestCost(), walkedCost) << "seed " << seed;
+        EXPECT_EQ(solver_test::maskOf(solver.getBestSolution()), walkedAssignment) << "seed " << seed;
+        EXPECT_EQ(Access::visitedNodes(solver), walkedNodes) << "seed " << seed;
+        EXPECT_TRUE(Access::snapshot(solver) == before) << "seed " << seed << ": the matrix changed";
+    }
+    EXPECT_GT(noInertConstraints, 1000u);
+}

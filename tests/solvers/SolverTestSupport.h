@@ -50,6 +50,20 @@ public:
     static void removeRedundantConstraints(kx2SATSolver& solver) { solver.removeRedundantConstraints(); }
     static void pushBackRedundantConstraints(kx2SATSolver& solver) { solver.pushBackRedundantConstraints(); }
     static uint32_t penalty(const kx2SATSolver& solver, unsigned column) { return solver.mPenalty[column]; }
+    static uint64_t visitedNodes(const kx2SATSolver& solver) { return solver.getNoVisitedNodes(); }
+    // The search of solve() with every column left in the header ring and the
+    // literal rings: what every search walked before the columns it never
+    // selects were taken out.
+    static void solveWalkingAllColumns(kx2SATSolver& solver)
+    {
+        solver.mCurrentAssignment->clear(false);
+        solver.mBestSolution->clear(false);
+        solver.removeRedundantConstraints();
+        solver.mBestCost = ~uint64_t(0);
+        solver.mNoVisitedNodes = 0;
+        solver.iterateSolve(0, 0, 0, 0);
+        solver.pushBackRedundantConstraints();
+    }
     static unsigned constraintFirstColumn(const kx2SATSolver& solver, unsigned c)
     {
         return solver.mConstraintFirstColumn[c];
