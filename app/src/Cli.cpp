@@ -101,6 +101,14 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
         ->capture_default_str();
 }
 
+// Refuses outputs that would overwrite an input or each other; run before
+// any output is opened.
+void checkOutputs(const InputFlags& inputs, const std::vector<std::string>& outputs)
+{
+    checkOutputsAgainstInputs(outputs, inputs.inputs.empty() ? std::vector<std::string>{}
+                                                              : listInputFiles(inputs.inputs));
+}
+
 Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
 {
     Assembly assembly = importAssembly(flags.inputs, {parseGroupBy(flags.groupBy)});
@@ -111,7 +119,8 @@ Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
 
 void writeJson(const Json& report, OutputFile& file)
 {
-    file.stream() << report.dump(2) << "\n";
+    // Names come from files and may hold bytes that are not UTF-8: replaced, not fatal.
+    file.stream() << report.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
     file.commit();
 }
 
@@ -167,6 +176,7 @@ Json inputsJson(const InputFlags& inputs)
 
 int runInfo(const InputFlags& inputs, const std::string& output, std::ostream& out, std::ostream& err)
 {
+    checkOutputs(inputs, {output});
     OutputFile file(output, out);
     kx::kxTimer timer;
     Json report = assemblyReport(importWithWarnings(inputs, err));
@@ -179,6 +189,7 @@ int runInfo(const InputFlags& inputs, const std::string& output, std::ostream& o
 int runPlanReport(const InputFlags& inputs, const PlanFlags& flags, bool hierarchy, const std::string& output,
                   std::ostream& out, std::ostream& err)
 {
+    checkOutputs(inputs, {output});
     OutputFile file(output, out);  // fail on an unwritable output before the work
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
@@ -201,10 +212,10 @@ std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const 
     return report.empty() ? nullptr : std::make_unique<OutputFile>(report, out);
 }
 
-// Explodes a planned assembly, writes the GLB and, when `reportFile` is
-// given, `report` completed with the exploded view.
-void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* reportFile,
-                       Json report, std::ostream& err)
+// Explodes a planned assembly, writes the GLB to `glbFile` and, when
+// `reportFile` is given, `report` completed with the exploded view.
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile& glbFile,
+                       OutputFile* reportFile, Json report, std::ostream& err)
 {
     ExplodeOptions options = flags.options;
     options.staticPose = flags.pose == "exploded";
@@ -215,7 +226,8 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
         view = explodeAssembly(plan, options);
     }
     const double explodeMs = timer.getElapsedMs();
-    writeGlbFile(view.glb, flags.glb);
+    glbFile.stream().write(reinterpret_cast<const char*>(view.glb.data()), std::streamsize(view.glb.size()));
+    glbFile.commit();
     if (flags.glb != "-") {
         err << "velmora: wrote " << flags.glb << " (" << plan.assembly().parts.size() << " parts, "
             << (options.staticPose ? "exploded pose" : "animation of ");
@@ -233,14 +245,16 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
                std::ostream& err)
 {
+    checkOutputs(inputs, {explode.glb, explode.report});
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
+    OutputFile glbFile(explode.glb, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     Json report = inputsJson(inputs);
     report["timings"]["importMs"] = importMs;
-    writeExplodedView(*plan, explode, flags.verbose, reportFile.get(), report, err);
+    writeExplodedView(*plan, explode, flags.verbose, glbFile, reportFile.get(), report, err);
     return kExitOk;
 }
 
@@ -281,7 +295,9 @@ void printRemovalSteps(const Assembly& assembly, const RemovalProcedure& removal
 int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
               std::ostream& err)
 {
+    checkOutputs(inputs, {remove.report, remove.glb});
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(remove.report, remove.glb, out);
+    const std::unique_ptr<OutputFile> glbFile = remove.glb.empty() ? nullptr : std::make_unique<OutputFile>(remove.glb, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
@@ -303,11 +319,11 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
         report["timings"]["removalMs"] = removalMs;
         writeJson(report, *reportFile);
     }
-    if (!remove.glb.empty()) {
+    if (glbFile) {
         ExplodeFlags steps;
         steps.glb = remove.glb;
         steps.options.policy = 0;  // one step after the other
-        writeExplodedView(*plan, steps, flags.verbose, nullptr, Json::object(), err);
+        writeExplodedView(*plan, steps, flags.verbose, *glbFile, nullptr, Json::object(), err);
     }
     return kExitOk;
 }
@@ -325,7 +341,11 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
             out << n << "\n";
         return kExitOk;
     }
+    // The exploded view goes beside a report written to a file.
+    const std::string viewPath = !glb.empty() || output == "-" ? glb : viewBesideReport(output);
+    checkOutputs({}, {output, viewPath});
     OutputFile file(output, out);
+    const std::unique_ptr<OutputFile> viewFile = viewPath.empty() ? nullptr : std::make_unique<OutputFile>(viewPath, out);
     kx::kxTimer timer;
     const Assembly assembly = makeDemoAssembly(name);
     const double importMs = timer.getElapsedMs();
@@ -338,12 +358,10 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     err << "velmora: " << name << ": " << assembly.parts.size() << " parts, " << plan->diagram().getNoContacts()
         << " contacts, " << splits << " splits, "
         << plan->builder().getNoDistantConstraints() << " distant blocking constraints\n";
-    // The exploded view goes beside a report written to a file.
-    const std::string viewPath = !glb.empty() || output == "-" ? glb : viewBesideReport(output);
-    if (!viewPath.empty()) {
+    if (viewFile) {
         ExplodeFlags explode;
         explode.glb = viewPath;
-        writeExplodedView(*plan, explode, flags.verbose, nullptr, Json::object(), err);
+        writeExplodedView(*plan, explode, flags.verbose, *viewFile, nullptr, Json::object(), err);
     }
     writeJson(report, file);
     return kExitOk;
@@ -434,6 +452,9 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
             return runRemove(inputs, planning, removeFlags, out, err);
         if (demo->parsed())
             return runDemo(demoName, demoList, planning, report, demoGlb, out, err);
+    } catch (const UsageError& e) {
+        err << "velmora: error: " << e.what() << "\n";
+        return kExitUsage;
     } catch (const InputError& e) {
         err << "velmora: error: " << e.what() << "\n";
         return kExitInput;

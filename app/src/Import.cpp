@@ -1,6 +1,7 @@
 #include "velmora/Import.h"
 
 #include "SourceFile.h"
+#include "velmora/OutputFile.h"
 
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -203,7 +204,33 @@ private:
     std::set<std::string> mNames;
 };
 
-std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs)
+// A folder's mesh files in file-name order. Our own temporary outputs and
+// links to nothing are left out, the latter with a warning.
+std::vector<fs::path> meshFilesIn(const std::string& folder, std::vector<std::string>& warnings)
+{
+    std::vector<fs::path> files;
+    std::error_code ec;
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+        const fs::path& path = it->path();
+        if (OutputFile::isTemporaryName(path.filename().string()) || !isSupportedMeshFile(path.string()))
+            continue;
+        std::error_code entryError;
+        if (it->is_symlink(entryError) && !fs::exists(path, entryError)) {
+            warnings.push_back(path.string() + ": the link points to nothing; skipped");
+            continue;
+        }
+        if (it->is_regular_file(entryError))
+            files.push_back(path);
+    }
+    if (ec)
+        throw InputError(folder + ": cannot list the directory: " + ec.message());
+    if (files.empty())
+        throw InputError(folder + ": the directory holds no mesh file");
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs, std::vector<std::string>& warnings)
 {
     std::vector<fs::path> files;
     for (const std::string& input : inputs) {
@@ -212,17 +239,8 @@ std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs)
             files.emplace_back(input);
             continue;
         }
-        std::vector<fs::path> inDirectory;
-        for (const fs::directory_entry& entry : fs::directory_iterator(input, ec)) {
-            if (entry.is_regular_file(ec) && isSupportedMeshFile(entry.path().string()))
-                inDirectory.push_back(entry.path());
-        }
-        if (ec)
-            throw InputError(input + ": cannot list the directory: " + ec.message());
-        if (inDirectory.empty())
-            throw InputError(input + ": the directory holds no mesh file");
-        std::sort(inDirectory.begin(), inDirectory.end());
-        files.insert(files.end(), inDirectory.begin(), inDirectory.end());
+        const std::vector<fs::path> inFolder = meshFilesIn(input, warnings);
+        files.insert(files.end(), inFolder.begin(), inFolder.end());
     }
     return files;
 }
@@ -240,12 +258,21 @@ bool isSupportedMeshFile(const std::string& path)
     return importer.IsExtensionSupported(ext);
 }
 
+std::vector<std::string> listInputFiles(const std::vector<std::string>& inputs)
+{
+    std::vector<std::string> warnings;
+    std::vector<std::string> files;
+    for (const fs::path& file : expandInputs(inputs, warnings))
+        files.push_back(file.string());
+    return files;
+}
+
 Assembly importAssembly(const std::vector<std::string>& inputs, const ImportOptions& options)
 {
     if (inputs.empty())
         throw InputError("no input given");
     Assembly assembly;
-    const std::vector<fs::path> files = expandInputs(inputs);
+    const std::vector<fs::path> files = expandInputs(inputs, assembly.warnings);
     FileReader reader(assembly, files.size() > 1);
     for (const fs::path& file : files)
         reader.read(file);

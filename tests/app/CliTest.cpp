@@ -80,7 +80,7 @@ TEST_F(CliTest, BadInputFailsWithoutLeavingAnOutputFile)
     }
     size_t leftovers = 0;
     for (const auto& entry : fs::directory_iterator(dir))
-        leftovers += entry.path().string().find(".partial-") != std::string::npos;
+        leftovers += entry.path().string().find("velmora-tmp") != std::string::npos;
     EXPECT_EQ(leftovers, 0u);
 }
 

@@ -22,6 +22,10 @@ struct ImportOptions {
 // usable triangle is left at all.
 Assembly importAssembly(const std::vector<std::string>& inputs, const ImportOptions& options = {});
 
+// The files an import of `inputs` reads: files as given, folders expanded.
+// Throws InputError when a folder cannot be listed or holds no mesh file.
+std::vector<std::string> listInputFiles(const std::vector<std::string>& inputs);
+
 // True for file names whose extension the importer reads.
 bool isSupportedMeshFile(const std::string& path);
 
