@@ -1,6 +1,7 @@
 #include "velmora/Import.h"
 
 #include "SourceFile.h"
+#include "velmora/ChildProcess.h"
 #include "velmora/OutputFile.h"
 
 #include <assimp/postprocess.h>
@@ -18,6 +19,9 @@ namespace velmora {
 namespace {
 
 namespace fs = std::filesystem;
+
+// How long the third-party importer may take for one file.
+constexpr std::chrono::seconds kImporterTimeLimit{120};
 
 bool isFinite(const Wm4::Vector3<float>& v) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 
@@ -112,6 +116,39 @@ SourceFile readWithAssimp(const std::string& file)
     return out;
 }
 
+// Assimp in a child process: its crashes and endless loops on damaged files
+// become an error about the file, not the end of this process.
+SourceFile readContained(const std::string& file)
+{
+    try {
+        return decodeSourceFile(
+            runInChildProcess([&] { return encodeSourceFile(readWithAssimp(file)); }, kImporterTimeLimit));
+    } catch (const ChildProcessFailure& failure) {
+        throw InputError(file + ": cannot read: the importer failed" +
+                         (failure.timedOut() ? std::string(" (") + failure.what() + ")" : std::string()));
+    }
+}
+
+SourceFile readPly(const std::string& file)
+{
+    checkPlyHeader(file);
+    return readContained(file);
+}
+
+// Every format accepted, by file extension: the one place a format is added.
+struct Format {
+    const char* extension;
+    SourceFile (*read)(const std::string& file);
+};
+constexpr Format kFormats[] = {
+    {".stl", readStl},
+    {".obj", readContained},
+    {".ply", readPly},
+    {".3mf", readContained},
+    {".gltf", [](const std::string& file) { return readGltf(file, false); }},
+    {".glb", [](const std::string& file) { return readGltf(file, true); }},
+};
+
 // ---- parts from any loader ----
 
 std::string lowerExtension(const std::string& path)
@@ -141,13 +178,16 @@ public:
         std::error_code ec;
         if (!fs::exists(path, ec))
             throw InputError(file + ": no such file");
+        if (!fs::is_regular_file(path, ec))
+            throw InputError(file + ": not a regular file");
         if (fs::file_size(path, ec) == 0)
             throw InputError(file + ": the file is empty");
-        if (!isSupportedMeshFile(file))
-            throw InputError(file + ": unsupported format '" + path.extension().string() + "'");
         const std::string ext = lowerExtension(file);
-        const SourceFile source = ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb") : readWithAssimp(file);
-        addParts(source, file, path.stem().string());
+        const auto format = std::find_if(std::begin(kFormats), std::end(kFormats),
+                                         [&](const Format& f) { return ext == f.extension; });
+        if (format == std::end(kFormats))
+            throw InputError(file + ": unsupported format '" + path.extension().string() + "'");
+        addParts(format->read(file), file, path.stem().string());
     }
 
 private:
@@ -250,12 +290,7 @@ std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs, std::
 bool isSupportedMeshFile(const std::string& path)
 {
     const std::string ext = lowerExtension(path);
-    if (ext.empty())
-        return false;
-    if (ext == ".gltf" || ext == ".glb")
-        return true;
-    Assimp::Importer importer;
-    return importer.IsExtensionSupported(ext);
+    return std::any_of(std::begin(kFormats), std::end(kFormats), [&](const Format& f) { return ext == f.extension; });
 }
 
 std::vector<std::string> listInputFiles(const std::vector<std::string>& inputs)

@@ -1,5 +1,5 @@
-// Reading assemblies from files. Anything Assimp reads well is accepted (STL,
-// OBJ, PLY, glTF/GLB, 3MF, COLLADA, …); a directory is read as one assembly
+// Reading assemblies from files: STL, OBJ, PLY, 3MF, glTF and GLB (by file
+// extension, in any letter case); a directory is read as one assembly
 // with one file per part, in file-name order. Every mesh keeps its node's
 // world transform and a unique name. Problems with the input are reported as
 // InputError naming the file.
