@@ -8,6 +8,7 @@
 #include <sstream>
 #include <ostream>
 
+#include "OptionChecks.h"
 #include "VelmoraVersion.h"
 #include "kxSystem.h"
 #include "velmora/DemoAssemblies.h"
@@ -20,6 +21,25 @@
 
 namespace velmora {
 namespace {
+
+// The largest gap between the sides of a split: far beyond any assembly, small
+// enough that the translations it adds up to stay finite in single precision.
+constexpr double kLongestSplitDistance = 1e9;
+
+// The commands, for the message about an unknown one.
+const std::vector<std::string> kCommands = {"info", "contacts", "plan", "explode", "remove", "demo"};
+
+// Why the command word of `argv` is not a command, or "" when it is (or when
+// the first argument is an option such as --help).
+std::string commandProblem(int argc, const char* const* argv)
+{
+    if (argc < 2)
+        return "a command is required: info, contacts, plan, explode, remove or demo";
+    const std::string word = argv[1];
+    if (word.rfind("-", 0) == 0 || std::find(kCommands.begin(), kCommands.end(), word) != kCommands.end())
+        return "";
+    return "unknown command '" + word + "'";
+}
 
 struct InputFlags {
     std::vector<std::string> inputs;
@@ -54,7 +74,7 @@ void addInputFlags(CLI::App& command, InputFlags& flags)
         ->required()
         ->type_name("INPUT");
     command.add_option("--group-by", flags.groupBy, "Parts that move as one: mesh, node or file")
-        ->check(CLI::IsMember({"mesh", "node", "file"}))
+        ->check(oneOf({"mesh", "node", "file"}))
         ->capture_default_str();
 }
 
@@ -67,10 +87,10 @@ void addOutputFlag(CLI::App& command, std::string& output, const std::string& wh
 void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
 {
     command.add_option("--threads", flags.threads, "Worker threads (0: one per hardware thread)")
-        ->check(CLI::Range(0u, 256u))
+        ->check(wholeNumberFrom(0, 256))
         ->capture_default_str();
     command.add_option("--angle-tolerance", flags.angleTolerance, "Degrees under which removal directions merge")
-        ->check(CLI::Range(0.001f, 89.999f))
+        ->check(numberFrom(0.001, 89.999))
         ->capture_default_str();
     command.add_flag("-v,--verbose", flags.verbose, "Show the library's progress lines on standard error");
     if (!hierarchy)
@@ -86,18 +106,18 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
 {
     command.add_option("--policy", flags.options.policy,
                        "Animation schedule: 0 one split at a time, 1 by depth, 2 independent splits together")
-        ->check(CLI::Range(0u, 2u))
+        ->check(wholeNumberFrom(0, 2))
         ->capture_default_str();
     command.add_option("--play-style", flags.options.playStyle,
                        "0 assemble, 1 explode, 2 assemble and back, 3 explode and back")
-        ->check(CLI::Range(0u, 3u))
+        ->check(wholeNumberFrom(0, 3))
         ->capture_default_str();
     command.add_option("--split-distance", flags.options.splitDistance,
                        "Gap between the two sides of every split (0: a tenth of the bounds' diagonal)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(numberFrom(0, kLongestSplitDistance))
         ->capture_default_str();
     command.add_option("--pose", flags.pose, "animated: the explode animation; exploded: the final pose only")
-        ->check(CLI::IsMember({"animated", "exploded"}))
+        ->check(oneOf({"animated", "exploded"}))
         ->capture_default_str();
 }
 
@@ -425,6 +445,10 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
                      "Write the exploded view as an animated .glb here (default: beside a report file)");
     addPlanFlags(*demo, planning, false);
 
+    if (const std::string problem = commandProblem(argc, argv); !problem.empty()) {
+        err << "velmora: error: " << problem << "\n";
+        return kExitUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -437,7 +461,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
         out << e.what() << "\n";
         return kExitOk;
     } catch (const CLI::ParseError& e) {
-        err << "velmora: " << e.what() << "\n" << "Run 'velmora --help' for usage.\n";
+        err << "velmora: error: " << describeParseError(e) << "\n";
         return kExitUsage;
     }
 

@@ -63,25 +63,25 @@ OutputFile::OutputFile(const std::string& path, std::ostream& stdoutStream)
     struct stat info {};
     const bool exists = statFile(path, info);
     if (exists && S_ISDIR(info.st_mode))
-        throw UsageError(path + ": is a directory");
+        throw InputError(path + ": is a directory");
     if ((exists && !S_ISREG(info.st_mode)) || isSystemPath(path)) {
         mFile.open(path, std::ios::binary | std::ios::out);
         if (!mFile)
-            throw UsageError(path + ": cannot open the output for writing: " + std::strerror(errno));
+            throw InputError(path + ": cannot open the output for writing: " + std::strerror(errno));
         return;
     }
     const fs::path target = replacedFile(path);
     const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
     std::error_code ec;
     if (!fs::is_directory(folder, ec))
-        throw UsageError(path + ": the folder '" + folder.string() + "' does not exist");
+        throw InputError(path + ": the folder '" + folder.string() + "' does not exist");
     std::string name = target.filename().string().substr(0, kLongestNameKept);
     name.insert(0, 1, '.');
     name.append(kTemporaryMarker).append("XXXXXX");
     std::string pattern = (folder / name).string();
     const int fd = ::mkstemp(pattern.data());
     if (fd < 0)
-        throw UsageError(path + ": cannot write in the folder '" + folder.string() + "': " + std::strerror(errno));
+        throw InputError(path + ": cannot write in the folder '" + folder.string() + "': " + std::strerror(errno));
     ::fchmod(fd, exists ? (info.st_mode & 07777) : newFileMode());
     ::close(fd);
     mTarget = target.string();
@@ -91,7 +91,7 @@ OutputFile::OutputFile(const std::string& path, std::ostream& stdoutStream)
     if (!mFile) {
         ::unlink(mTemporary.c_str());
         unregisterTemporaryFile(mSlot);
-        throw UsageError(path + ": cannot create the output file");
+        throw InputError(path + ": cannot create the output file");
     }
 }
 

@@ -136,25 +136,27 @@ TEST_F(OutputSafety, OutputsThatAreInputsOrUnwritableFailBeforeAnyWork)
     std::ofstream(broken) << "solid x\n";
     struct Case {
         std::vector<std::string> args;
+        int status;
         std::string message;
     };
     const std::string in = input.string(), link = (dir / "link.obj").string(), folder = dir.string();
+    const std::string view = (dir / "v.glb").string(), missing = (dir / "missing/x.glb").string();
+    const int usage = velmora::kExitUsage, unwritable = velmora::kExitInput;
     const std::vector<Case> cases = {
-        {{"info", in, "-o", link}, link + ": the output is the input file '" + in + "'"},
-        {{"plan", link, "-o", in}, in + ": the output is the input file '" + link + "'"},
-        {{"info", folder, "-o", in}, in + ": the output is the input file '" + (dir / "a.obj").string() + "'"},
-        {{"explode", in, "-o", link}, link + ": the output is the input file '" + in + "'"},
-        {{"explode", in, "-o", (dir / "v.glb").string(), "--report", (dir / "v.glb").string()},
-         (dir / "v.glb").string() + ": the same file is given for two outputs"},
-        // The output is checked first: a bad input is not even read.
-        {{"explode", broken, "-o", (dir / "missing/x.glb").string()},
-         (dir / "missing/x.glb").string() + ": the folder '" + (dir / "missing").string() + "' does not exist"},
-        {{"plan", broken, "-o", folder}, folder + ": is a directory"},
-        {{"demo", "stack", "-o", folder}, folder + ": is a directory"},
+        {{"info", in, "-o", link}, usage, link + ": the output is the input file '" + in + "'"},
+        {{"plan", link, "-o", in}, usage, in + ": the output is the input file '" + link + "'"},
+        {{"info", folder, "-o", in}, usage, in + ": the output is the input file '" + in + "'"},
+        {{"explode", in, "-o", link}, usage, link + ": the output is the input file '" + in + "'"},
+        {{"explode", in, "-o", view, "--report", view}, usage, view + ": the same file is given for two outputs"},
+        // The outputs are checked first: the broken input is not even read.
+        {{"explode", broken, "-o", missing}, unwritable,
+         missing + ": the folder '" + (dir / "missing").string() + "' does not exist"},
+        {{"plan", broken, "-o", folder}, unwritable, folder + ": is a directory"},
+        {{"demo", "stack", "-o", folder}, unwritable, folder + ": is a directory"},
     };
     for (const Case& c : cases) {
         CliRun r = run(c.args);
-        EXPECT_EQ(r.status, velmora::kExitUsage) << c.args[0] << " " << c.args[1];
+        EXPECT_EQ(r.status, c.status) << c.args[0] << " " << c.args[1];
         EXPECT_EQ(r.err, "velmora: error: " + c.message + "\n");
     }
     EXPECT_EQ(readText(input), original);

@@ -26,8 +26,9 @@ public:
 
 class OutputFile {
 public:
-    // `path` "-" writes to `stdoutStream`. Throws UsageError when the target
-    // is a directory, its folder does not exist or cannot be written.
+    // `path` "-" writes to `stdoutStream`. Throws InputError when the target
+    // is a directory, its folder does not exist or cannot be written, and
+    // UsageError when `path` is empty.
     OutputFile(const std::string& path, std::ostream& stdoutStream);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
