@@ -128,7 +128,10 @@ public:
     }
     [[noreturn]] void fail(const std::string& why) const
     {
-        const size_t line = 1 + size_t(std::count(mText.begin(), mText.begin() + std::ptrdiff_t(mPos), '\n'));
+        // At the end of the file, the line of the last word.
+        const size_t lastWordEnd = mText.find_last_not_of(" \t\r\n") + 1;  // 0 when there is none
+        const size_t at = mPos < mText.size() ? mPos : lastWordEnd;
+        const size_t line = 1 + size_t(std::count(mText.begin(), mText.begin() + std::ptrdiff_t(at), '\n'));
         throw InputError(mFile + ": cannot read: line " + std::to_string(line) + ": " + why);
     }
 
@@ -191,9 +194,9 @@ SourceFile parseStl(const std::string& bytes, const std::string& file)
         if (bytes.size() == kBinaryHeader + kBinaryTriangle * size_t(count))
             return parseBinary(bytes);
         if (!startsWithSolid(bytes))
-            throw InputError(file + ": cannot read: a binary STL of " + std::to_string(count) + " triangles has " +
-                             std::to_string(kBinaryHeader + kBinaryTriangle * size_t(count)) + " bytes, this file " +
-                             std::to_string(bytes.size()));
+            throw InputError(file + ": cannot read: a binary STL with a count of " + std::to_string(count) +
+                             " triangles has " + std::to_string(kBinaryHeader + kBinaryTriangle * size_t(count)) +
+                             " bytes, this file " + std::to_string(bytes.size()));
     }
     if (!startsWithSolid(bytes))
         throw InputError(file + ": cannot read: neither an ASCII STL (no 'solid') nor a complete binary one");
