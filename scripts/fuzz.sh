@@ -12,8 +12,10 @@ shift || true
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(gltf stl options)
 build=build/fuzz
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 flags="-O1 -g -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=all"
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ "${launcher[@]}" \
   -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" \
   -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined" \
   -DVELMORA_BUILD_FUZZ=ON -DVELMORA_BUILD_TESTS=OFF -DVELMORA_BUILD_BENCH=OFF -DVELMORA_BUILD_EXAMPLES=OFF \
@@ -24,9 +26,9 @@ run_target() {
   local t=$1
   mkdir -p "$build/corpus/$t" "$build/artifacts/$t"
   cp -n fuzz/seeds/"$t"/* "$build/corpus/$t/" 2>/dev/null || true
+  local status=0
   "$build/fuzz/fuzz_$t" "$build/corpus/$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-    -artifact_prefix="$build/artifacts/$t/" -print_final_stats=1 >"$build/fuzz_$t.log" 2>&1
-  local status=$?
+    -artifact_prefix="$build/artifacts/$t/" -print_final_stats=1 >"$build/fuzz_$t.log" 2>&1 || status=$?
   echo "fuzz_$t: $(grep -m1 -o 'stat::number_of_executed_units: *[0-9]*' "$build/fuzz_$t.log" | grep -o '[0-9]*$') runs, exit $status"
   return $status
 }

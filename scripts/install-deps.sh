@@ -7,6 +7,7 @@ packages=(
   build-essential cmake pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libembree-dev libassimp-dev libcli11-dev nlohmann-json3-dev
+  clang libclang-rt-14-dev
 )
 
 missing=()
