@@ -263,6 +263,8 @@ TEST_F(BadInputs, NamesThatAreNotUtf8AreWrittenWithReplacementCharacters)
     for (const json& part : report["parts"])
         names.push_back(part["name"]);
     EXPECT_EQ(names, (std::vector<std::string>{"caf\xef\xbf\xbd", "pair/t", "pair/caf\xef\xbf\xbd"}));
+    const CliRun view = run({"explode", dir.string(), "-o", (dir / "view.glb").string()});
+    EXPECT_EQ(view.status, velmora::kExitOk) << view.err;
 }
 
 TEST(ChildProcess, ResultsErrorsCrashesAndHangsOfTheChild)

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -165,6 +166,31 @@ TEST_F(ImportTest, StlSolidsAndBinaryHeadersThatSaySolid)
     Wm4::Vector3<float> lo, hi;
     velmora::assemblyBounds(quad, lo, hi);
     EXPECT_EQ(hi, Wm4::Vector3<float>(1, 1, 0));
+}
+
+// PLY goes through the header check and the contained importer: a tetrahedron
+// in text and in binary, with a face list, reads as one part of four triangles.
+TEST_F(ImportTest, PlyTextAndBinary)
+{
+    const std::string header = "element vertex 4\nproperty float x\nproperty float y\nproperty float z\n"
+                               "element face 4\nproperty list uchar int vertex_indices\nend_header\n";
+    const std::string text = write("text.ply", "ply\nformat ascii 1.0\n" + header +
+                                                   "0 0 0\n1 0 0\n0 1 0\n0 0 1\n3 0 2 1\n3 0 1 3\n3 0 3 2\n3 1 2 3\n");
+    std::string binary = "ply\nformat binary_little_endian 1.0\n" + header;
+    const float corners[12] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1};
+    binary.append(reinterpret_cast<const char*>(corners), sizeof corners);
+    for (const std::array<int, 3>& face : {std::array<int, 3>{0, 2, 1}, {0, 1, 3}, {0, 3, 2}, {1, 2, 3}}) {
+        binary.push_back(3);
+        binary.append(reinterpret_cast<const char*>(face.data()), sizeof(int) * 3);
+    }
+    for (const std::string& file : {text, write("binary.ply", binary)}) {
+        velmora::Assembly assembly = velmora::importAssembly({file});
+        ASSERT_EQ(assembly.parts.size(), 1u) << file;
+        EXPECT_EQ(assembly.parts[0].mesh->GetTriangleQuantity(), 4) << file;
+        Wm4::Vector3<float> lo, hi;
+        velmora::assemblyBounds(assembly, lo, hi);
+        EXPECT_EQ(hi, Wm4::Vector3<float>(1, 1, 1)) << file;
+    }
 }
 
 // Positions interleaved with another attribute: a stride of 16 bytes skips the
