@@ -54,7 +54,8 @@ bool readAnswer(int fd, std::chrono::steady_clock::time_point deadline, std::str
 {
     char buffer[65536];
     for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        using std::chrono::milliseconds;
+        const auto left = std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0)
             return false;
         pollfd ready{fd, POLLIN, 0};

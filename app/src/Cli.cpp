@@ -222,6 +222,12 @@ int runPlanReport(const InputFlags& inputs, const PlanFlags& flags, bool hierarc
     return kExitOk;
 }
 
+// The output `path` names, or null when it is empty (not asked for).
+std::unique_ptr<OutputFile> openOptionalOutput(const std::string& path, std::ostream& out)
+{
+    return path.empty() ? nullptr : std::make_unique<OutputFile>(path, out);
+}
+
 // The report file a command writes beside its glTF when `report` names one
 // (null otherwise); opened before the work so an unwritable path fails early.
 std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const std::string& glb,
@@ -229,7 +235,7 @@ std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const 
 {
     if (glb == "-" && report == "-")
         throw InputError("the glTF and the report cannot both go to standard output");
-    return report.empty() ? nullptr : std::make_unique<OutputFile>(report, out);
+    return openOptionalOutput(report, out);
 }
 
 // Explodes a planned assembly, writes the GLB to `glbFile` and, when
@@ -317,7 +323,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
 {
     checkOutputs(inputs, {remove.report, remove.glb});
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(remove.report, remove.glb, out);
-    const std::unique_ptr<OutputFile> glbFile = remove.glb.empty() ? nullptr : std::make_unique<OutputFile>(remove.glb, out);
+    const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(remove.glb, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
@@ -365,7 +371,7 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     const std::string viewPath = !glb.empty() || output == "-" ? glb : viewBesideReport(output);
     checkOutputs({}, {output, viewPath});
     OutputFile file(output, out);
-    const std::unique_ptr<OutputFile> viewFile = viewPath.empty() ? nullptr : std::make_unique<OutputFile>(viewPath, out);
+    const std::unique_ptr<OutputFile> viewFile = openOptionalOutput(viewPath, out);
     kx::kxTimer timer;
     const Assembly assembly = makeDemoAssembly(name);
     const double importMs = timer.getElapsedMs();

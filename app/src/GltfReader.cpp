@@ -250,7 +250,8 @@ private:
     {
         if (!accessor.contains("bufferView"))
             fail("an accessor without a buffer view is not supported");
-        const json& view = array(mJson, "bufferViews")[asIndex(accessor["bufferView"], array(mJson, "bufferViews").size(), "buffer view")];
+        const json& views = array(mJson, "bufferViews");
+        const json& view = views[asIndex(accessor["bufferView"], views.size(), "buffer view")];
         if (!view.is_object() || !view.contains("buffer"))
             fail("a buffer view names no buffer");
         const std::vector<unsigned char>& buffer = mBuffers.at(asIndex(view["buffer"], mBuffers.size(), "buffer"));
@@ -352,14 +353,12 @@ private:
                     {m[12], m[13], m[14]}};
         Wm4::Matrix3<float> rotation(true), scale(true);
         Wm4::Vector3<float> translate;
-        {
-            const std::vector<float> q = numbers(node, "rotation", 4);
-            if (q.size() == 4) {
-                const float x = q[0], y = q[1], z = q[2], w = q[3];
-                rotation = Wm4::Matrix3<float>(1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w),
-                                               2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w),
-                                               2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y));
-            }
+        const std::vector<float> q = numbers(node, "rotation", 4);
+        if (q.size() == 4) {
+            const float x = q[0], y = q[1], z = q[2], w = q[3];
+            rotation = Wm4::Matrix3<float>(1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w),
+                                           2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w),
+                                           2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y));
         }
         const std::vector<float> s = numbers(node, "scale", 3);
         const std::vector<float> t = numbers(node, "translation", 3);

@@ -75,6 +75,14 @@ SourceFile parseBinary(const std::string& bytes)
     return out;
 }
 
+// A word of the file in quotes, cut short when long.
+std::string quoted(std::string_view word)
+{
+    std::string text(1, '\'');
+    text.append(word.substr(0, 40)).push_back('\'');
+    return text;
+}
+
 // Whitespace-separated words of an ASCII STL, with the line of each for errors.
 class Words {
 public:
@@ -107,8 +115,7 @@ public:
     {
         const std::string_view got = next();
         if (got != word)
-            fail("expected '" + std::string(word) + "'" +
-                 (got.empty() ? std::string(" but the file ends") : ", found '" + std::string(got.substr(0, 40)) + "'"));
+            fail("expected '" + std::string(word) + "'" + (got.empty() ? " but the file ends" : ", found " + quoted(got)));
     }
     float number()
     {
@@ -121,9 +128,9 @@ public:
         if (word.empty())
             fail("a number is missing at the end of the file");
         if (end != word.data() + word.size() || ec == std::errc::invalid_argument)
-            fail("'" + std::string(word.substr(0, 40)) + "' is not a number");
+            fail(quoted(word) + " is not a number");
         if (ec == std::errc::result_out_of_range)
-            fail("'" + std::string(word.substr(0, 40)) + "' is out of the range of a float");
+            fail(quoted(word) + " is out of the range of a float");
         return value;
     }
     [[noreturn]] void fail(const std::string& why) const
@@ -157,7 +164,7 @@ SourceFile parseAscii(const std::string& text, const std::string& file)
         for (std::string_view word = words.next(); word != "endsolid"; word = words.next()) {
             if (word != "facet")
                 words.fail(word.empty() ? "the file ends before 'endsolid'"
-                                        : "expected 'facet' or 'endsolid', found '" + std::string(word.substr(0, 40)) + "'");
+                                        : "expected 'facet' or 'endsolid', found " + quoted(word));
             words.expect("normal");
             for (int i = 0; i < 3; ++i)
                 words.number();
