@@ -70,6 +70,8 @@ OutputFile::OutputFile(const std::string& path, std::ostream& stdoutStream)
             throw InputError(path + ": cannot open the output for writing: " + std::strerror(errno));
         return;
     }
+    if (exists && ::access(path.c_str(), W_OK) != 0)
+        throw InputError(path + ": the file is not writable");
     const fs::path target = replacedFile(path);
     const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
     std::error_code ec;
