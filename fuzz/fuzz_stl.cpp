@@ -1,5 +1,4 @@
-// Fuzzes the STL reader, ASCII and binary, and the checks the importer makes
-// on the meshes it returns.
+// Fuzzes the STL reader, ASCII and binary.
 #include <cstdint>
 #include <string>
 
