@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "velmora/Assembly.h"
 
@@ -37,6 +38,7 @@ void writeAll(int fd, const std::string& bytes)
     ::signal(SIGTERM, SIG_DFL);
     const int sink = ::open("/dev/null", O_WRONLY);
     ::dup2(sink, STDOUT_FILENO);
+    ::dup2(sink, STDERR_FILENO);  // a crash is reported by the parent, in one line
     std::string answer;
     try {
         answer = kResult + work();
@@ -73,6 +75,13 @@ bool readAnswer(int fd, std::chrono::steady_clock::time_point deadline, std::str
     }
 }
 
+std::string secondsText(std::chrono::milliseconds duration)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", double(duration.count()) / 1000.0);
+    return text;
+}
+
 }  // namespace
 
 std::string runInChildProcess(const std::function<std::string()>& work, std::chrono::milliseconds limit)
@@ -101,7 +110,7 @@ std::string runInChildProcess(const std::function<std::string()>& work, std::chr
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     if (!complete)
-        throw ChildProcessFailure("no answer within " + std::to_string(limit.count() / 1000) + " s", true);
+        throw ChildProcessFailure("no answer within " + secondsText(limit) + " s", true);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || answer.empty())
         throw ChildProcessFailure(WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status))
                                                       : "failed",

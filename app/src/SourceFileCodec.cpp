@@ -15,7 +15,8 @@ public:
     void raw(const T* values, size_t n)
     {
         size(n);
-        mBytes.append(reinterpret_cast<const char*>(values), n * sizeof(T));
+        if (n > 0)
+            mBytes.append(reinterpret_cast<const char*>(values), n * sizeof(T));
     }
     void size(uint64_t n) { mBytes.append(reinterpret_cast<const char*>(&n), sizeof n); }
     void text(const std::string& s) { raw(s.data(), s.size()); }
@@ -56,6 +57,8 @@ private:
     {
         if (n > mBytes.size() - mPos)
             throw InputError("a damaged answer from the importer");
+        if (n == 0)
+            return;  // `to` may be the null data() of an empty vector
         std::memcpy(to, mBytes.data() + mPos, n);
         mPos += n;
     }

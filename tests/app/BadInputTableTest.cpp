@@ -281,17 +281,18 @@ TEST(ChildProcess, ResultsErrorsCrashesAndHangsOfTheChild)
     }
     struct Failure {
         std::function<std::string()> work;
+        std::chrono::milliseconds limit;  // ample for a crash report under a sanitizer
         bool timedOut;
     };
     const std::vector<Failure> failures = {
-        {[]() -> std::string { ::raise(SIGSEGV); return {}; }, false},
-        {[]() -> std::string { std::abort(); }, false},
-        {[]() -> std::string { throw std::runtime_error("not an input error"); }, false},
-        {[]() -> std::string { for (;;) std::this_thread::sleep_for(1s); }, true},
+        {[]() -> std::string { ::raise(SIGSEGV); return {}; }, 60s, false},
+        {[]() -> std::string { std::abort(); }, 60s, false},
+        {[]() -> std::string { throw std::runtime_error("not an input error"); }, 60s, false},
+        {[]() -> std::string { for (;;) std::this_thread::sleep_for(1s); }, 300ms, true},
     };
     for (const Failure& f : failures) {
         try {
-            velmora::runInChildProcess(f.work, 300ms);
+            velmora::runInChildProcess(f.work, f.limit);
             ADD_FAILURE() << "no failure";
         } catch (const velmora::ChildProcessFailure& e) {
             EXPECT_EQ(e.timedOut(), f.timedOut) << e.what();

@@ -24,7 +24,7 @@ private:
 // Runs `work` in a child process and returns the bytes it returned. An
 // InputError thrown by `work` is thrown again here with the same message; a
 // crash, any other exception or running longer than `limit` throws
-// ChildProcessFailure. The child's standard output goes nowhere.
+// ChildProcessFailure. The child's standard output and error go nowhere.
 std::string runInChildProcess(const std::function<std::string()>& work, std::chrono::milliseconds limit);
 
 }  // namespace velmora
