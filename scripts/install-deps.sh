@@ -12,6 +12,7 @@ packages=(
   libmeshoptimizer-dev
   libocct-data-exchange-dev libocct-ocaf-dev libocct-modeling-algorithms-dev
   chromium
+  clang libclang-rt-14-dev
 )
 # The HTML viewer is bundled with node and npm. Debian's npm conflicts with
 # the nodejs of other sources (which bring their own npm), so both come from

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <ostream>
 
+#include "OptionChecks.h"
 #include "VelmoraVersion.h"
 #include "kxSystem.h"
 #include "velmora/DemoAssemblies.h"
@@ -23,6 +24,25 @@
 
 namespace velmora {
 namespace {
+
+// The largest gap between the sides of a split: far beyond any assembly, small
+// enough that the translations it adds up to stay finite in single precision.
+constexpr double kLongestSplitDistance = 1e9;
+
+// The commands, for the message about an unknown one.
+const std::vector<std::string> kCommands = {"info", "contacts", "plan", "explode", "remove", "demo"};
+
+// Why the command word of `argv` is not a command, or "" when it is (or when
+// the first argument is an option such as --help).
+std::string commandProblem(int argc, const char* const* argv)
+{
+    if (argc < 2)
+        return "a command is required: info, contacts, plan, explode, remove or demo";
+    const std::string word = argv[1];
+    if (word.rfind("-", 0) == 0 || std::find(kCommands.begin(), kCommands.end(), word) != kCommands.end())
+        return "";
+    return "unknown command '" + word + "'";
+}
 
 struct InputFlags {
     std::vector<std::string> inputs;
@@ -107,10 +127,10 @@ void addOutputFlag(CLI::App& command, std::string& output, const std::string& wh
 void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
 {
     command.add_option("--threads", flags.threads, "Worker threads (0: one per hardware thread)")
-        ->check(CLI::Range(0u, 256u))
+        ->check(wholeNumberFrom(0, 256))
         ->capture_default_str();
     command.add_option("--angle-tolerance", flags.angleTolerance, "Degrees under which removal directions merge")
-        ->check(CLI::Range(0.001f, 89.999f))
+        ->check(numberFrom(0.001, 89.999))
         ->capture_default_str();
     command.add_flag("-v,--verbose", flags.verbose, "Show the library's progress lines on standard error");
     if (!hierarchy)
@@ -146,20 +166,28 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
 {
     command.add_option("--policy", flags.options.policy,
                        "Animation schedule: 0 one split at a time, 1 by depth, 2 independent splits together")
-        ->check(CLI::Range(0u, 2u))
+        ->check(wholeNumberFrom(0, 2))
         ->capture_default_str();
     command.add_option("--play-style", flags.options.playStyle,
                        "0 assemble, 1 explode, 2 assemble and back, 3 explode and back")
-        ->check(CLI::Range(0u, 3u))
+        ->check(wholeNumberFrom(0, 3))
         ->capture_default_str();
     command.add_option("--split-distance", flags.options.splitDistance,
                        "Gap between the two sides of every split (0: a tenth of the bounds' diagonal)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(numberFrom(0, kLongestSplitDistance))
         ->capture_default_str();
     command.add_option("--pose", flags.pose, "animated: the explode animation; exploded: the final pose only")
-        ->check(CLI::IsMember({"animated", "exploded"}))
+        ->check(oneOf({"animated", "exploded"}))
         ->capture_default_str();
     addViewFlags(command, flags);
+}
+
+// Refuses outputs that would overwrite an input or each other; run before
+// any output is opened.
+void checkOutputs(const InputFlags& inputs, const std::vector<std::string>& outputs)
+{
+    checkOutputsAgainstInputs(outputs, inputs.inputs.empty() ? std::vector<std::string>{}
+                                                              : listInputFiles(inputs.inputs));
 }
 
 Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
@@ -178,7 +206,8 @@ Assembly importWithWarnings(const InputFlags& flags, std::ostream& err)
 
 void writeJson(const Json& report, OutputFile& file)
 {
-    file.stream() << report.dump(2) << "\n";
+    // Names come from files and may hold bytes that are not UTF-8: replaced, not fatal.
+    file.stream() << report.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
     file.commit();
 }
 
@@ -239,6 +268,7 @@ Json inputsJson(const InputFlags& inputs)
 
 int runInfo(const InputFlags& inputs, const std::string& output, std::ostream& out, std::ostream& err)
 {
+    checkOutputs(inputs, {output});
     OutputFile file(output, out);
     kx::kxTimer timer;
     Json report = assemblyReport(importWithWarnings(inputs, err));
@@ -251,6 +281,7 @@ int runInfo(const InputFlags& inputs, const std::string& output, std::ostream& o
 int runPlanReport(const InputFlags& inputs, const PlanFlags& flags, bool hierarchy, const std::string& output,
                   std::ostream& out, std::ostream& err)
 {
+    checkOutputs(inputs, {output});
     OutputFile file(output, out);  // fail on an unwritable output before the work
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
@@ -263,6 +294,12 @@ int runPlanReport(const InputFlags& inputs, const PlanFlags& flags, bool hierarc
     return kExitOk;
 }
 
+// The output `path` names, or null when it is empty (not asked for).
+std::unique_ptr<OutputFile> openOptionalOutput(const std::string& path, std::ostream& out)
+{
+    return path.empty() ? nullptr : std::make_unique<OutputFile>(path, out);
+}
+
 // The report file a command writes beside its glTF when `report` names one
 // (null otherwise); opened before the work so an unwritable path fails early.
 std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const std::string& glb,
@@ -270,24 +307,16 @@ std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const 
 {
     if (glb == "-" && report == "-")
         throw InputError("the glTF and the report cannot both go to standard output");
-    return report.empty() ? nullptr : std::make_unique<OutputFile>(report, out);
+    return openOptionalOutput(report, out);
 }
 
 // The page `--html` asks for (null when it does not), opened before the
-// work; it may share its file with none of `otherOutputs` and replace none
-// of `inputs`.
-std::unique_ptr<OutputFile> openPage(const std::string& html, const std::vector<std::string>& otherOutputs,
-                                     const std::vector<std::string>& inputs, std::ostream& out)
+// work; the caller has checked it against the inputs and the other outputs.
+std::unique_ptr<OutputFile> openPage(const std::string& html, std::ostream& out)
 {
     if (html.empty())
         return nullptr;
     requireViewer();
-    if (std::find(otherOutputs.begin(), otherOutputs.end(), html) != otherOutputs.end())
-        throw InputError(html + ": the page cannot share its file with another output");
-    std::error_code ec;
-    for (const std::string& input : inputs)
-        if (std::filesystem::equivalent(html, input, ec))
-            throw InputError(html + ": the page would replace an input");
     return std::make_unique<OutputFile>(html, out);
 }
 
@@ -311,11 +340,11 @@ std::string inputsTitle(const InputFlags& inputs)
     return inputs.inputs.size() == 1 ? first : first + " and " + std::to_string(inputs.inputs.size() - 1) + " more";
 }
 
-// Explodes a planned assembly, writes the GLB and, when `reportFile` is
-// given, `report` completed with the exploded view; the same for the page
-// when `pageFile` is given.
-void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* reportFile,
-                       Json report, std::ostream& err, OutputFile* pageFile = nullptr)
+// Explodes a planned assembly and writes what was opened for it: the GLB to
+// `glbFile`, `report` completed with the exploded view to `reportFile`, and
+// the page to `pageFile` (each may be null).
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* glbFile,
+                       OutputFile* reportFile, Json report, std::ostream& err, OutputFile* pageFile = nullptr)
 {
     ExplodeOptions options = flags.options;
     options.staticPose = flags.pose == "exploded";
@@ -331,9 +360,11 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
         view = explodeAssembly(plan, options);
     }
     const double explodeMs = timer.getElapsedMs();
-    if (!flags.glb.empty())
-        writeGlbFile(view.glb, flags.glb);
-    if (!flags.glb.empty() && flags.glb != "-") {
+    if (glbFile) {
+        glbFile->stream().write(reinterpret_cast<const char*>(view.glb.data()), std::streamsize(view.glb.size()));
+        glbFile->commit();
+    }
+    if (glbFile && flags.glb != "-") {
         err << "velmora: wrote " << flags.glb << " (" << plan.assembly().parts.size() << " parts, "
             << (options.staticPose ? "exploded pose" : "animation of ");
         if (!options.staticPose)
@@ -353,8 +384,10 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
                std::ostream& err)
 {
+    checkOutputs(inputs, {explode.glb, explode.report, explode.html});
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
-    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {explode.glb, explode.report}, inputs.inputs, out);
+    const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(explode.glb, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     if (!explode.fix.empty())
@@ -365,7 +398,7 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     report["timings"]["importMs"] = importMs;
     ExplodeFlags titled = explode;
     titled.title = inputsTitle(inputs) + ": exploded view";
-    writeExplodedView(*plan, titled, flags.verbose, reportFile.get(), report, err, pageFile.get());
+    writeExplodedView(*plan, titled, flags.verbose, glbFile.get(), reportFile.get(), report, err, pageFile.get());
     return kExitOk;
 }
 
@@ -414,8 +447,10 @@ unsigned removalBaseGroup(const Assembly& assembly, unsigned part, const std::st
 int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
               std::ostream& err)
 {
+    checkOutputs(inputs, {remove.report, remove.glb, remove.html});
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(remove.report, remove.glb, out);
-    const std::unique_ptr<OutputFile> pageFile = openPage(remove.html, {remove.glb, remove.report}, inputs.inputs, out);
+    const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(remove.glb, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(remove.html, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
@@ -440,7 +475,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
     report["timings"]["removalMs"] = removalMs;
     if (reportFile)
         writeJson(report, *reportFile);
-    if (!remove.glb.empty() || pageFile) {
+    if (glbFile || pageFile) {
         ExplodeFlags steps = remove.view;
         steps.glb = remove.glb;
         steps.html = remove.html;
@@ -449,7 +484,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
         steps.options.base = int(base);
         steps.options.policy = 0;  // one step after the other
         steps.options.glb.animationName = "remove " + assembly.parts[part].name;
-        writeExplodedView(*plan, steps, flags.verbose, nullptr, report, err, pageFile.get());
+        writeExplodedView(*plan, steps, flags.verbose, glbFile.get(), nullptr, report, err, pageFile.get());
     }
     return kExitOk;
 }
@@ -467,12 +502,17 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
             out << n << "\n";
         return kExitOk;
     }
-    OutputFile file(output, out);
+    // The exploded view goes beside a report written to a file.
+    const std::string viewPath = !glb.empty() || output == "-" ? glb : besideReport(output, ".glb");
     // The page goes beside a report written to a file, in builds that have the viewer.
     ExplodeFlags explode;
+    explode.glb = viewPath;
     explode.html = output != "-" && viewerBuiltIn() ? besideReport(output, ".html") : "";
     explode.title = name + ": exploded view";
-    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {output, glb}, {}, out);
+    checkOutputs({}, {output, viewPath, explode.html});
+    OutputFile file(output, out);
+    const std::unique_ptr<OutputFile> viewFile = openOptionalOutput(viewPath, out);
+    const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, out);
     kx::kxTimer timer;
     const Assembly assembly = makeDemoAssembly(name);
     const double importMs = timer.getElapsedMs();
@@ -485,10 +525,8 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     err << "velmora: " << name << ": " << assembly.parts.size() << " parts, " << plan->diagram().getNoContacts()
         << " contacts, " << splits << " splits, "
         << plan->builder().getNoDistantConstraints() << " distant blocking constraints\n";
-    // The exploded view goes beside a report written to a file.
-    explode.glb = !glb.empty() || output == "-" ? glb : besideReport(output, ".glb");
-    if (!explode.glb.empty() || pageFile)
-        writeExplodedView(*plan, explode, flags.verbose, nullptr, report, err, pageFile.get());
+    if (viewFile || pageFile)
+        writeExplodedView(*plan, explode, flags.verbose, viewFile.get(), nullptr, report, err, pageFile.get());
     writeJson(report, file);
     return kExitOk;
 }
@@ -554,6 +592,10 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
                      "Write the exploded view as an animated .glb here (default: beside a report file)");
     addPlanFlags(*demo, planning, false);
 
+    if (const std::string problem = commandProblem(argc, argv); !problem.empty()) {
+        err << "velmora: error: " << problem << "\n";
+        return kExitUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -566,7 +608,7 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
         out << e.what() << "\n";
         return kExitOk;
     } catch (const CLI::ParseError& e) {
-        err << "velmora: " << e.what() << "\n" << "Run 'velmora --help' for usage.\n";
+        err << "velmora: error: " << describeParseError(e) << "\n";
         return kExitUsage;
     }
 
@@ -585,6 +627,9 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
             return runRemove(inputs, planning, removeFlags, out, err);
         if (demo->parsed())
             return runDemo(demoName, demoList, planning, report, demoGlb, out, err);
+    } catch (const UsageError& e) {
+        err << "velmora: error: " << e.what() << "\n";
+        return kExitUsage;
     } catch (const InputError& e) {
         err << "velmora: error: " << e.what() << "\n";
         return kExitInput;

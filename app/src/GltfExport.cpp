@@ -161,7 +161,7 @@ public:
             if (mJson[array].empty())
                 mJson.erase(array);
         }
-        std::string text = mJson.dump();
+        std::string text = mJson.dump(-1, ' ', false, json::error_handler_t::replace);
         text.resize((text.size() + 3) & ~size_t(3), ' ');
         std::vector<unsigned char> out;
         const size_t total = 12 + 8 + text.size() + (mBinary.empty() ? 0 : 8 + mBinary.size());

@@ -3,7 +3,14 @@
 // optional indices, base colours of their materials, buffers in a GLB chunk,
 // in external files or in base64 data URIs, and meshopt-compressed views
 // (decoded once, on loading).
+//
+// Nothing in the file is trusted: every index is checked against its array,
+// every accessor against its view and buffer once (with arithmetic that
+// cannot overflow) before it is read, external buffers are regular files in
+// the asset's folder or below it, and the instances a node hierarchy expands
+// to are limited. Whatever is wrong becomes an InputError naming the file.
 #include <meshoptimizer.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
@@ -27,8 +34,10 @@ constexpr uint32_t kChunkJson = 0x4E4F534A;
 constexpr uint32_t kChunkBin = 0x004E4942;
 constexpr int kFloat = 5126;
 constexpr int kModeTriangles = 4;
-// Decoded views larger than this are refused as malformed.
-constexpr size_t kMaxDecodedBytes = size_t(1) << 31;
+constexpr size_t kMaxStride = 252;                 // the largest byteStride glTF allows
+constexpr size_t kMaxNodeVisits = 1'000'000;       // a node listed twice as a child doubles what lies below
+constexpr size_t kMaxInstances = 100'000;
+constexpr size_t kMaxDecodedBytes = size_t(1) << 31;  // larger decoded views are refused as malformed
 
 // A position component of `componentType` as a float (glTF's rules for
 // normalised integers).
@@ -77,8 +86,31 @@ size_t componentSize(int componentType)
     }
 }
 
+// a + b and a * b, or false when the result does not fit.
+bool addFits(size_t a, size_t b, size_t& sum) { return !__builtin_add_overflow(a, b, &sum); }
+bool mulFits(size_t a, size_t b, size_t& product) { return !__builtin_mul_overflow(a, b, &product); }
+
+// The decoded %XX escapes of a relative URI.
+std::string decodePercent(const std::string& uri)
+{
+    std::string out;
+    for (size_t k = 0; k < uri.size(); ++k) {
+        if (uri[k] == '%' && k + 2 < uri.size() && std::isxdigit((unsigned char)uri[k + 1]) &&
+            std::isxdigit((unsigned char)uri[k + 2])) {
+            out.push_back(char(std::stoi(uri.substr(k + 1, 2), nullptr, 16)));
+            k += 2;
+        } else {
+            out.push_back(uri[k]);
+        }
+    }
+    return out;
+}
+
 std::vector<unsigned char> readBytes(const std::string& file)
 {
+    struct stat info {};
+    if (::stat(file.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+        throw InputError(file + ": cannot open the file");
     std::ifstream in(file, std::ios::binary);
     if (!in)
         throw InputError(file + ": cannot open the file");
@@ -125,9 +157,8 @@ std::vector<unsigned char> decodeBase64(const std::string& text, const std::stri
 
 class GltfDocument {
 public:
-    GltfDocument(const std::string& file, bool binary) : mFile(file)
+    GltfDocument(const std::vector<unsigned char>& bytes, const std::string& file, bool binary) : mFile(file)
     {
-        std::vector<unsigned char> bytes = readBytes(file);
         std::vector<unsigned char> glbChunk;
         std::string text;
         if (binary) {
@@ -140,6 +171,8 @@ public:
         } catch (const json::exception& e) {
             throw InputError(file + ": cannot read: malformed JSON (" + e.what() + ")");
         }
+        if (!mJson.is_object())
+            throw InputError(file + ": cannot read: the JSON is not an object");
         loadBuffers(std::move(glbChunk));
         decodeCompressedViews();
     }
@@ -147,16 +180,14 @@ public:
     SourceFile read() const
     {
         SourceFile out;
-        try {
-            for (const json& mesh : mJson.value("meshes", json::array()))
-                out.meshes.push_back(readMesh(mesh));
-            out.units = "m";
-            const json& scenes = mJson.value("scenes", json::array());
-            const size_t sceneIndex = mJson.value("scene", 0);
-            if (sceneIndex < scenes.size())
-                collectNodes(scenes[sceneIndex].value("nodes", json::array()), "", {}, out, 0);
-        } catch (const json::exception& e) {
-            throw InputError(mFile + ": cannot read: " + e.what());
+        for (const json& mesh : array(mJson, "meshes"))
+            out.meshes.push_back(readMesh(mesh));
+        out.units = "m";
+        const json& scenes = array(mJson, "scenes");
+        if (!scenes.empty()) {
+            const json& scene = scenes[index(mJson, "scene", scenes.size(), 0)];
+            size_t visits = 0;
+            collectNodes(array(scene, "nodes"), "", {}, out, 0, visits);
         }
         return out;
     }
@@ -186,75 +217,175 @@ private:
             throw InputError(mFile + ": cannot read: no JSON chunk");
     }
 
+    [[noreturn]] void fail(const std::string& why) const { throw InputError(mFile + ": cannot read: " + why); }
+
+    // obj[key] as an array (empty when absent).
+    const json& array(const json& obj, const char* key) const
+    {
+        static const json empty = json::array();
+        if (!obj.is_object() || !obj.contains(key))
+            return empty;
+        if (!obj[key].is_array())
+            fail(std::string("'") + key + "' is not an array");
+        return obj[key];
+    }
+
+    // A non-negative integer below `limit`.
+    size_t asIndex(const json& value, size_t limit, const char* what) const
+    {
+        if (!value.is_number_unsigned() || value.get<uint64_t>() >= limit)
+            fail(std::string("a ") + what + " index is out of range");
+        return size_t(value.get<uint64_t>());
+    }
+
+    // obj[key] as an index below `limit`, or `fallback` when absent.
+    size_t index(const json& obj, const char* key, size_t limit, size_t fallback) const
+    {
+        if (!obj.contains(key))
+            return fallback;
+        return asIndex(obj[key], limit, key);
+    }
+
+    // obj[key] as a non-negative integer (any size), or `fallback` when absent.
+    size_t number(const json& obj, const char* key, size_t fallback) const
+    {
+        if (!obj.contains(key))
+            return fallback;
+        if (!obj[key].is_number_unsigned())
+            fail(std::string("'") + key + "' is not a non-negative integer");
+        const uint64_t value = obj[key].get<uint64_t>();
+        return value > SIZE_MAX ? SIZE_MAX : size_t(value);
+    }
+
+    // The external file a buffer URI names: a regular file in the asset's folder or below it.
+    std::string externalBuffer(const std::string& uri) const
+    {
+        const fs::path relative = fs::path(decodePercent(uri)).lexically_normal();
+        if (uri.find(':') != std::string::npos || relative.is_absolute() || relative.empty() ||
+            *relative.begin() == "..")
+            fail("buffer '" + uri + "' is not a file beside the asset");
+        const fs::path path = fs::path(mFile).parent_path() / relative;
+        struct stat info {};
+        if (::stat(path.c_str(), &info) != 0)
+            fail("buffer '" + uri + "' does not exist");
+        if (!S_ISREG(info.st_mode))
+            fail("buffer '" + uri + "' is not a regular file");
+        return path.string();
+    }
+
     void loadBuffers(std::vector<unsigned char> glbChunk)
     {
-        for (const json& buffer : mJson.value("buffers", json::array())) {
-            if (!buffer.contains("uri")) {
+        for (const json& buffer : array(mJson, "buffers")) {
+            if (!buffer.is_object() || !buffer.contains("uri")) {
                 mBuffers.push_back(std::move(glbChunk));
                 continue;
             }
+            if (!buffer["uri"].is_string())
+                fail("a buffer's uri is not a string");
             const std::string uri = buffer["uri"].get<std::string>();
             const size_t comma = uri.find(',');
             if (uri.rfind("data:", 0) == 0 && comma != std::string::npos)
                 mBuffers.push_back(decodeBase64(uri.substr(comma + 1), mFile));
             else
-                mBuffers.push_back(readBytes((fs::path(mFile).parent_path() / uri).string()));
+                mBuffers.push_back(readBytes(externalBuffer(uri)));
         }
     }
 
-    // The bytes of element k of an accessor, checked against its view and buffer.
-    const unsigned char* element(const json& accessor, size_t k, size_t elementSize) const
+    // Where an accessor's elements lie: element k starts at first + k * stride.
+    struct Elements {
+        const unsigned char* first = nullptr;
+        size_t stride = 0;
+        size_t count = 0;
+        const unsigned char* at(size_t k) const { return first + k * stride; }
+    };
+
+    // The elements of an accessor, every one of them checked to lie inside
+    // its view and buffer.
+    Elements elements(const json& accessor, size_t elementSize) const
     {
-        const size_t viewIndex = accessor.at("bufferView").get<size_t>();
-        const json& view = mJson.at("bufferViews").at(viewIndex);
+        if (!accessor.contains("bufferView"))
+            fail("an accessor without a buffer view is not supported");
+        const json& views = array(mJson, "bufferViews");
+        const size_t viewIndex = asIndex(accessor["bufferView"], views.size(), "buffer view");
+        const json& view = views[viewIndex];
+        if (!view.is_object() || !view.contains("buffer"))
+            fail("a buffer view names no buffer");
+        // A compressed view reads from its decoded bytes, which start at the view.
         const auto decoded = mDecodedViews.find(viewIndex);
         const bool isDecoded = decoded != mDecodedViews.end();
         const std::vector<unsigned char>& buffer =
-            isDecoded ? decoded->second : mBuffers.at(view.at("buffer").get<size_t>());
-        const size_t viewOffset = isDecoded ? 0 : view.value("byteOffset", size_t(0));
-        const size_t viewLength = view.at("byteLength").get<size_t>();
-        const size_t stride = view.value("byteStride", elementSize);
-        const size_t offset = accessor.value("byteOffset", size_t(0)) + k * stride;
-        if (offset + elementSize > viewLength || viewOffset + offset + elementSize > buffer.size())
-            throw InputError(mFile + ": an accessor reads past the end of its buffer");
-        return buffer.data() + viewOffset + offset;
+            isDecoded ? decoded->second : mBuffers.at(asIndex(view["buffer"], mBuffers.size(), "buffer"));
+        const size_t viewOffset = isDecoded ? 0 : number(view, "byteOffset", 0);
+        const size_t viewLength = number(view, "byteLength", SIZE_MAX);
+        size_t stride = number(view, "byteStride", 0);
+        if (stride == 0)
+            stride = elementSize;  // tightly packed
+        if (stride < elementSize || stride > kMaxStride)
+            fail("a buffer view's byteStride is out of range");
+        Elements out{nullptr, stride, number(accessor, "count", SIZE_MAX)};
+        const size_t offset = number(accessor, "byteOffset", 0);
+        size_t viewEnd = 0, span = 0, end = 0;
+        if (!addFits(viewOffset, viewLength, viewEnd) || viewEnd > buffer.size())
+            fail("a buffer view reaches past the end of its buffer");
+        if (out.count > 0 && (!mulFits(out.count - 1, stride, span) || !addFits(span, elementSize, span) ||
+                              !addFits(offset, span, end) || end > viewLength))
+            fail("an accessor reads past the end of its buffer view");
+        out.first = buffer.data() + viewOffset + offset;
+        return out;
+    }
+
+    const json& accessor(const json& reference) const
+    {
+        const json& accessors = array(mJson, "accessors");
+        const json& a = accessors[asIndex(reference, accessors.size(), "accessor")];
+        if (!a.is_object() || !a.contains("componentType") || !a["componentType"].is_number_integer())
+            fail("an accessor has no component type");
+        return a;
     }
 
     void appendPrimitive(const json& primitive, SourceMesh& mesh) const
     {
-        if (primitive.value("mode", kModeTriangles) != kModeTriangles || !primitive.contains("attributes") ||
+        if (!primitive.is_object() || !primitive.contains("attributes") || !primitive["attributes"].is_object() ||
             !primitive["attributes"].contains("POSITION"))
             return;
-        const json& positions = mJson.at("accessors").at(primitive["attributes"]["POSITION"].get<size_t>());
-        const int positionType = positions.at("componentType").get<int>();
+        if (primitive.contains("mode") && primitive["mode"] != kModeTriangles)
+            return;
+        const json& positions = accessor(primitive["attributes"]["POSITION"]);
+        const int positionType = positions["componentType"].get<int>();
         const size_t positionSize = componentSize(positionType);
-        if (positionSize == 0 || positionType == 5125 || positions.at("type").get<std::string>() != "VEC3")
+        if (positionSize == 0 || positionType == 5125 || !positions.contains("type") || positions["type"] != "VEC3")
             throw InputError(mFile + ": positions that are not three floats or quantised integers are not supported");
-        const bool normalized = positions.value("normalized", false);
+        const bool normalized = positions.value("normalized", false) == true;
+        const Elements points = elements(positions, 3 * positionSize);
+        if (mesh.positions.size() + points.count > UINT32_MAX)
+            fail("a mesh has too many vertices");
         const unsigned base = static_cast<unsigned>(mesh.positions.size());
-        const size_t count = positions.at("count").get<size_t>();
-        for (size_t v = 0; v < count; ++v) {
-            const unsigned char* bytes = element(positions, v, 3 * positionSize);
+        for (size_t v = 0; v < points.count; ++v) {
+            const unsigned char* bytes = points.at(v);
             mesh.positions.emplace_back(componentValue(bytes, positionType, normalized),
                                         componentValue(bytes + positionSize, positionType, normalized),
                                         componentValue(bytes + 2 * positionSize, positionType, normalized));
         }
-        if (!mesh.colour && primitive.contains("material"))
-            mesh.colour = baseColour(mJson.at("materials").at(primitive["material"].get<size_t>()));
+        if (!mesh.colour && primitive.contains("material")) {
+            const json& materials = array(mJson, "materials");
+            mesh.colour = baseColour(materials[asIndex(primitive["material"], materials.size(), "material")]);
+        }
         if (!primitive.contains("indices")) {
-            for (size_t v = 0; v < count; ++v)
+            for (size_t v = 0; v < points.count; ++v)
                 mesh.indices.push_back(base + static_cast<unsigned>(v));
             return;
         }
-        const json& indices = mJson.at("accessors").at(primitive["indices"].get<size_t>());
-        const int type = indices.at("componentType").get<int>();
+        const json& indices = accessor(primitive["indices"]);
+        const int type = indices["componentType"].get<int>();
         const size_t size = type == 5121 ? 1 : type == 5123 ? 2 : type == 5125 ? 4 : 0;
         if (size == 0)
             throw InputError(mFile + ": unsupported index type");
-        for (size_t k = 0; k < indices.at("count").get<size_t>(); ++k) {
-            const unsigned char* bytes = element(indices, k, size);
+        const Elements corners = elements(indices, size);
+        for (size_t k = 0; k < corners.count; ++k) {
             uint32_t index = 0;
-            std::memcpy(&index, bytes, size);  // little-endian, as glTF stores it
+            std::memcpy(&index, corners.at(k), size);  // little-endian, as glTF stores it
+            if (index >= points.count)
+                fail("an index refers to a vertex that does not exist");
             mesh.indices.push_back(base + index);
         }
     }
@@ -262,8 +393,10 @@ private:
     // A material's base colour factor (glTF's default: opaque white).
     static Colour baseColour(const json& material)
     {
-        const json factor = material.value("pbrMetallicRoughness", json::object())
-                                .value("baseColorFactor", json::array({1.0, 1.0, 1.0, 1.0}));
+        if (!material.is_object() || !material.contains("pbrMetallicRoughness") ||
+            !material["pbrMetallicRoughness"].is_object())
+            return {1.0f, 1.0f, 1.0f, 1.0f};
+        const json factor = material["pbrMetallicRoughness"].value("baseColorFactor", json::array({1, 1, 1, 1}));
         if (!factor.is_array() || factor.size() != 4)
             return {1.0f, 1.0f, 1.0f, 1.0f};
         float c[4];
@@ -277,33 +410,39 @@ private:
     // Decodes every meshopt-compressed view into mDecodedViews.
     void decodeCompressedViews()
     {
-        try {
-            const json& views = mJson.value("bufferViews", json::array());
-            for (size_t v = 0; v < views.size(); ++v) {
-                const json& extensions = views[v].value("extensions", json::object());
-                if (extensions.contains("EXT_meshopt_compression"))
-                    mDecodedViews[v] = decodeView(extensions["EXT_meshopt_compression"]);
-            }
-        } catch (const json::exception& e) {
-            throw InputError(mFile + ": cannot read: " + e.what());
+        const json& views = array(mJson, "bufferViews");
+        for (size_t v = 0; v < views.size(); ++v) {
+            if (!views[v].is_object() || !views[v].contains("extensions") || !views[v]["extensions"].is_object())
+                continue;
+            const json& extensions = views[v]["extensions"];
+            if (extensions.contains("EXT_meshopt_compression"))
+                mDecodedViews[v] = decodeView(extensions["EXT_meshopt_compression"]);
         }
+    }
+
+    std::string text(const json& obj, const char* key, const std::string& fallback) const
+    {
+        if (!obj.contains(key))
+            return fallback;
+        if (!obj[key].is_string())
+            fail(std::string("'") + key + "' is not a string");
+        return obj[key].get<std::string>();
     }
 
     std::vector<unsigned char> decodeView(const json& compression) const
     {
-        const size_t bufferIndex = compression.at("buffer").get<size_t>();
-        if (bufferIndex >= mBuffers.size())
-            throw InputError(mFile + ": a compressed buffer view refers to a buffer that does not exist");
-        const std::vector<unsigned char>& buffer = mBuffers[bufferIndex];
-        const size_t offset = compression.value("byteOffset", size_t(0));
-        const size_t length = compression.at("byteLength").get<size_t>();
-        const size_t stride = compression.at("byteStride").get<size_t>();
-        const size_t count = compression.at("count").get<size_t>();
-        const std::string mode = compression.at("mode").get<std::string>();
+        if (!compression.is_object() || !compression.contains("buffer"))
+            fail("a compressed buffer view names no buffer");
+        const std::vector<unsigned char>& buffer = mBuffers[asIndex(compression["buffer"], mBuffers.size(), "buffer")];
+        const size_t offset = number(compression, "byteOffset", 0);
+        const size_t length = number(compression, "byteLength", SIZE_MAX);
+        const size_t stride = number(compression, "byteStride", 0);
+        const size_t count = number(compression, "count", SIZE_MAX);
+        const std::string mode = text(compression, "mode", "");
         if (offset > buffer.size() || length > buffer.size() - offset || stride == 0 || stride > 256 ||
             count > kMaxDecodedBytes / stride)
             throw InputError(mFile + ": a compressed buffer view lies outside its buffer");
-        if (compression.value("filter", std::string("NONE")) != "NONE")
+        if (text(compression, "filter", "NONE") != "NONE")
             throw InputError(mFile + ": compressed views with filters are not supported");
         std::vector<unsigned char> out(count * stride);
         const unsigned char* data = buffer.data() + offset;
@@ -322,32 +461,43 @@ private:
     SourceMesh readMesh(const json& mesh) const
     {
         SourceMesh out;
-        for (const json& primitive : mesh.value("primitives", json::array()))
+        for (const json& primitive : array(mesh, "primitives"))
             appendPrimitive(primitive, out);
         return out;
     }
 
-    static kx::kxGenericTransformation<float> localTransform(const json& node)
+    // obj[key] as `n` numbers, or empty when absent or of another length.
+    std::vector<float> numbers(const json& obj, const char* key, size_t n) const
     {
-        if (node.contains("matrix")) {  // column-major
-            const std::vector<float> m = node["matrix"].get<std::vector<float>>();
-            if (m.size() == 16)
-                return {Wm4::Matrix3<float>(m[0], m[4], m[8], m[1], m[5], m[9], m[2], m[6], m[10]),
-                        {m[12], m[13], m[14]}};
+        const json& values = array(obj, key);
+        std::vector<float> out;
+        if (values.size() != n)
+            return out;
+        for (const json& v : values) {
+            if (!v.is_number())
+                fail(std::string("'") + key + "' holds something that is not a number");
+            out.push_back(v.get<float>());
         }
+        return out;
+    }
+
+    kx::kxGenericTransformation<float> localTransform(const json& node) const
+    {
+        const std::vector<float> m = numbers(node, "matrix", 16);  // column-major
+        if (!m.empty())
+            return {Wm4::Matrix3<float>(m[0], m[4], m[8], m[1], m[5], m[9], m[2], m[6], m[10]),
+                    {m[12], m[13], m[14]}};
         Wm4::Matrix3<float> rotation(true), scale(true);
         Wm4::Vector3<float> translate;
-        if (node.contains("rotation")) {
-            const std::vector<float> q = node["rotation"].get<std::vector<float>>();
-            if (q.size() == 4) {
-                const float x = q[0], y = q[1], z = q[2], w = q[3];
-                rotation = Wm4::Matrix3<float>(1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w),
-                                               2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w),
-                                               2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y));
-            }
+        const std::vector<float> q = numbers(node, "rotation", 4);
+        if (q.size() == 4) {
+            const float x = q[0], y = q[1], z = q[2], w = q[3];
+            rotation = Wm4::Matrix3<float>(1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w),
+                                           2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w),
+                                           2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y));
         }
-        const std::vector<float> s = node.value("scale", std::vector<float>{});
-        const std::vector<float> t = node.value("translation", std::vector<float>{});
+        const std::vector<float> s = numbers(node, "scale", 3);
+        const std::vector<float> t = numbers(node, "translation", 3);
         for (int i = 0; i < 3; ++i) {
             if (s.size() == 3)
                 scale[i][i] = s[size_t(i)];
@@ -357,41 +507,53 @@ private:
         return {rotation * scale, translate};
     }
 
-    const json& nodeAt(int nodeIndex, int depth) const
+    static std::string nameOf(const json& obj)
     {
-        const json& nodes = mJson.at("nodes");
-        if (nodeIndex < 0 || size_t(nodeIndex) >= nodes.size() || depth > 256)
-            throw InputError(mFile + ": a node reference is out of range or cyclic");
-        return nodes[size_t(nodeIndex)];
+        return obj.is_object() && obj.contains("name") && obj["name"].is_string() ? obj["name"].get<std::string>()
+                                                                                  : std::string();
     }
 
     // The nodes `indices` below `parentPath`; siblings that share a name get
     // distinct path entries so that they never read as one node.
     void collectNodes(const json& indices, const std::string& parentPath,
-                      const kx::kxGenericTransformation<float>& parent, SourceFile& out, int depth) const
+                      const kx::kxGenericTransformation<float>& parent, SourceFile& out, int depth,
+                      size_t& visits) const
     {
+        const json& nodes = array(mJson, "nodes");
+        std::vector<size_t> children;
         std::vector<std::string> names;
-        for (const json& index : indices)
-            names.push_back(nodeAt(index.get<int>(), depth).value("name", std::string()));
+        for (const json& index : indices) {
+            children.push_back(asIndex(index, nodes.size(), "node"));
+            names.push_back(nameOf(nodes[children.back()]));
+        }
         names = distinctSiblingNames(names);
-        for (size_t k = 0; k < names.size(); ++k)
-            collectInstances(indices[k].get<int>(), names[k], parentPath, parent, out, depth);
+        for (size_t k = 0; k < children.size(); ++k)
+            collectInstances(children[k], names[k], parentPath, parent, out, depth, visits);
     }
 
-    void collectInstances(int nodeIndex, const std::string& name, const std::string& parentPath,
-                          const kx::kxGenericTransformation<float>& parent, SourceFile& out, int depth) const
+    void collectInstances(size_t nodeIndex, const std::string& name, const std::string& parentPath,
+                          const kx::kxGenericTransformation<float>& parent, SourceFile& out, int depth,
+                          size_t& visits) const
     {
-        const json& node = nodeAt(nodeIndex, depth);
+        if (depth > 256)
+            throw InputError(mFile + ": a node reference is out of range or cyclic");
+        if (++visits > kMaxNodeVisits || out.instances.size() >= kMaxInstances)
+            fail("the node hierarchy places more than " + std::to_string(kMaxInstances) +
+                 " meshes or visits more than " + std::to_string(kMaxNodeVisits) + " nodes");
+        const json& nodes = array(mJson, "nodes");
+        const json& node = nodes[nodeIndex];
+        if (!node.is_object())
+            fail("a node is not an object");
         const auto world = kx::kxGenericTransformation<float>::Product(parent, localTransform(node));
         const std::string path = parentPath.empty() ? name : parentPath + "/" + name;
         if (node.contains("mesh")) {
-            const int mesh = node["mesh"].get<int>();
-            if (mesh < 0 || size_t(mesh) >= mJson.at("meshes").size())
+            const json& meshes = array(mJson, "meshes");
+            if (!node["mesh"].is_number_unsigned() || node["mesh"].get<uint64_t>() >= meshes.size())
                 throw InputError(mFile + ": a node refers to a mesh that does not exist");
-            const std::string meshName = mJson["meshes"][size_t(mesh)].value("name", std::string());
-            out.instances.push_back({name, path, meshName, true, mesh, world, {}});
+            const size_t mesh = node["mesh"].get<size_t>();
+            out.instances.push_back({name, path, nameOf(meshes[mesh]), true, int(mesh), world, std::nullopt});
         }
-        collectNodes(node.value("children", json::array()), path, world, out, depth + 1);
+        collectNodes(array(node, "children"), path, world, out, depth + 1, visits);
     }
 
     std::string mFile;
@@ -402,6 +564,15 @@ private:
 
 }  // namespace
 
-SourceFile readGltf(const std::string& file, bool binary) { return GltfDocument(file, binary).read(); }
+SourceFile readGltf(const std::string& file, bool binary) { return parseGltf(readBytes(file), file, binary); }
+
+SourceFile parseGltf(const std::vector<unsigned char>& bytes, const std::string& file, bool binary)
+{
+    try {
+        return GltfDocument(bytes, file, binary).read();
+    } catch (const json::exception& e) {  // a value of an unexpected type the checks above let through
+        throw InputError(file + ": cannot read: " + e.what());
+    }
+}
 
 }  // namespace velmora

@@ -2,6 +2,8 @@
 
 #include "SourceFile.h"
 #include "StepReader.h"
+#include "velmora/ChildProcess.h"
+#include "velmora/OutputFile.h"
 
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -18,6 +20,9 @@ namespace velmora {
 namespace {
 
 namespace fs = std::filesystem;
+
+// How long the third-party importer may take for one file.
+constexpr std::chrono::seconds kImporterTimeLimit{120};
 
 bool isFinite(const Wm4::Vector3<float>& v) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 
@@ -133,6 +138,39 @@ SourceFile readWithAssimp(const std::string& file)
     return out;
 }
 
+// Assimp in a child process: its crashes and endless loops on damaged files
+// become an error about the file, not the end of this process.
+SourceFile readContained(const std::string& file)
+{
+    try {
+        return decodeSourceFile(
+            runInChildProcess([&] { return encodeSourceFile(readWithAssimp(file)); }, kImporterTimeLimit));
+    } catch (const ChildProcessFailure& failure) {
+        throw InputError(file + ": cannot read: the importer failed" +
+                         (failure.timedOut() ? std::string(" (") + failure.what() + ")" : std::string()));
+    }
+}
+
+SourceFile readPly(const std::string& file)
+{
+    checkPlyHeader(file);
+    return readContained(file);
+}
+
+// Every format accepted, by file extension: the one place a format is added.
+struct Format {
+    const char* extension;
+    SourceFile (*read)(const std::string& file);
+};
+constexpr Format kFormats[] = {
+    {".stl", readStl},
+    {".obj", readContained},
+    {".ply", readPly},
+    {".3mf", readContained},
+    {".gltf", [](const std::string& file) { return readGltf(file, false); }},
+    {".glb", [](const std::string& file) { return readGltf(file, true); }},
+};
+
 // ---- parts from any loader ----
 
 std::string lowerExtension(const std::string& path)
@@ -140,6 +178,17 @@ std::string lowerExtension(const std::string& path)
     std::string ext = fs::path(path).extension().string();
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
     return ext;
+}
+
+// A mesh file read by the loader of its extension.
+SourceFile readMeshFile(const std::string& file)
+{
+    const std::string ext = lowerExtension(file);
+    const auto format =
+        std::find_if(std::begin(kFormats), std::end(kFormats), [&](const Format& f) { return ext == f.extension; });
+    if (format == std::end(kFormats))
+        throw InputError(file + ": unsupported format '" + fs::path(file).extension().string() + "'");
+    return format->read(file);
 }
 
 bool sameNode(const SourceInstance& a, const SourceInstance& b)
@@ -226,14 +275,12 @@ public:
         std::error_code ec;
         if (!fs::exists(path, ec))
             throw InputError(file + ": no such file");
+        if (!fs::is_regular_file(path, ec))
+            throw InputError(file + ": not a regular file");
         if (fs::file_size(path, ec) == 0)
             throw InputError(file + ": the file is empty");
-        if (!isSupportedMeshFile(file))
-            throw InputError(file + ": unsupported format '" + path.extension().string() + "'");
         const std::string ext = lowerExtension(file);
-        const SourceFile source = joinMeshesOfEachNode(isCadFile(file)                   ? readCad(file, mCad)
-                                                       : ext == ".gltf" || ext == ".glb" ? readGltf(file, ext == ".glb")
-                                                                                         : readWithAssimp(file));
+        const SourceFile source = joinMeshesOfEachNode(isCadFile(file) ? readCad(file, mCad) : readMeshFile(file));
         addParts(source, file, path.stem().string());
         mAssembly.warnings.insert(mAssembly.warnings.end(), source.warnings.begin(), source.warnings.end());
         if (mAssembly.units.empty())
@@ -308,7 +355,33 @@ private:
     std::set<std::string> mNames;
 };
 
-std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs)
+// A folder's mesh files in file-name order. Our own temporary outputs and
+// links to nothing are left out, the latter with a warning.
+std::vector<fs::path> meshFilesIn(const std::string& folder, std::vector<std::string>& warnings)
+{
+    std::vector<fs::path> files;
+    std::error_code ec;
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+        const fs::path& path = it->path();
+        if (OutputFile::isTemporaryName(path.filename().string()) || !isSupportedMeshFile(path.string()))
+            continue;
+        std::error_code entryError;
+        if (it->is_symlink(entryError) && !fs::exists(path, entryError)) {
+            warnings.push_back(path.string() + ": the link points to nothing; skipped");
+            continue;
+        }
+        if (it->is_regular_file(entryError))
+            files.push_back(path);
+    }
+    if (ec)
+        throw InputError(folder + ": cannot list the directory: " + ec.message());
+    if (files.empty())
+        throw InputError(folder + ": the directory holds no mesh file");
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs, std::vector<std::string>& warnings)
 {
     std::vector<fs::path> files;
     for (const std::string& input : inputs) {
@@ -317,17 +390,8 @@ std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs)
             files.emplace_back(input);
             continue;
         }
-        std::vector<fs::path> inDirectory;
-        for (const fs::directory_entry& entry : fs::directory_iterator(input, ec)) {
-            if (entry.is_regular_file(ec) && isSupportedMeshFile(entry.path().string()))
-                inDirectory.push_back(entry.path());
-        }
-        if (ec)
-            throw InputError(input + ": cannot list the directory: " + ec.message());
-        if (inDirectory.empty())
-            throw InputError(input + ": the directory holds no mesh file");
-        std::sort(inDirectory.begin(), inDirectory.end());
-        files.insert(files.end(), inDirectory.begin(), inDirectory.end());
+        const std::vector<fs::path> inFolder = meshFilesIn(input, warnings);
+        files.insert(files.end(), inFolder.begin(), inFolder.end());
     }
     return files;
 }
@@ -337,12 +401,17 @@ std::vector<fs::path> expandInputs(const std::vector<std::string>& inputs)
 bool isSupportedMeshFile(const std::string& path)
 {
     const std::string ext = lowerExtension(path);
-    if (ext.empty())
-        return false;
-    if (ext == ".gltf" || ext == ".glb" || isCadFile(path))
-        return true;
-    Assimp::Importer importer;
-    return importer.IsExtensionSupported(ext);
+    return isCadFile(path) ||
+           std::any_of(std::begin(kFormats), std::end(kFormats), [&](const Format& f) { return ext == f.extension; });
+}
+
+std::vector<std::string> listInputFiles(const std::vector<std::string>& inputs)
+{
+    std::vector<std::string> warnings;
+    std::vector<std::string> files;
+    for (const fs::path& file : expandInputs(inputs, warnings))
+        files.push_back(file.string());
+    return files;
 }
 
 Assembly importAssembly(const std::vector<std::string>& inputs, const ImportOptions& options)
@@ -350,7 +419,7 @@ Assembly importAssembly(const std::vector<std::string>& inputs, const ImportOpti
     if (inputs.empty())
         throw InputError("no input given");
     Assembly assembly;
-    const std::vector<fs::path> files = expandInputs(inputs);
+    const std::vector<fs::path> files = expandInputs(inputs, assembly.warnings);
     FileReader reader(assembly, files.size() > 1, cadOptions(options));
     for (const fs::path& file : files)
         reader.read(file);

@@ -50,5 +50,21 @@ std::vector<std::string> distinctSiblingNames(const std::vector<std::string>& na
 // meshopt-compressed buffer views (EXT_meshopt_compression). Throws
 // InputError naming the file on anything it cannot read.
 SourceFile readGltf(const std::string& file, bool binary);
+// The same from the file's bytes; external buffers are looked up beside `file`.
+SourceFile parseGltf(const std::vector<unsigned char>& bytes, const std::string& file, bool binary);
+
+// Reads an STL file, ASCII or binary, strictly. Throws InputError naming the
+// file on anything it cannot read.
+SourceFile readStl(const std::string& file);
+SourceFile parseStl(const std::string& bytes, const std::string& file);
+
+// A SourceFile as bytes and back (for meshes read in a child process);
+// decoding throws InputError on bytes that are not a whole encoded file.
+std::string encodeSourceFile(const SourceFile& source);
+SourceFile decodeSourceFile(const std::string& bytes);
+
+// Throws InputError when the header of a PLY file declares more elements
+// than the file's size can hold (checked before the file is parsed).
+void checkPlyHeader(const std::string& file);
 
 }  // namespace velmora

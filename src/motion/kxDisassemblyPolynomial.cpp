@@ -6,8 +6,9 @@
 
 // Wider vector units evaluate more samples per instruction; the clones are
 // chosen at load time. Without contraction (-ffp-contract=off) every clone
-// rounds exactly like the plain code.
-#if defined(__x86_64__) && defined(__ELF__) && (defined(__GNUC__) || defined(__clang__))
+// rounds exactly like the plain code. GCC only: clang 14 leaves the
+// function's plain symbol undefined when it makes the clones.
+#if defined(__x86_64__) && defined(__ELF__) && defined(__GNUC__) && !defined(__clang__)
 #define VELMORA_VECTOR_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
 #define VELMORA_VECTOR_CLONES
