@@ -2,6 +2,7 @@
 // decoder checks every length against what is left, so a short or damaged
 // answer is an error, never a read past the end.
 #include <cstring>
+#include <optional>
 
 #include "SourceFile.h"
 #include "velmora/Assembly.h"
@@ -66,6 +67,24 @@ private:
     size_t mPos = 0;
 };
 
+// A colour as zero (none) or four floats.
+void encodeColour(Encoder& out, const std::optional<Colour>& colour)
+{
+    const float rgba[4] = {colour ? colour->r : 0, colour ? colour->g : 0, colour ? colour->b : 0,
+                           colour ? colour->a : 0};
+    out.raw(rgba, colour ? 4 : 0);
+}
+
+std::optional<Colour> decodeColour(Decoder& in)
+{
+    const std::vector<float> rgba = in.raw<float>();
+    if (rgba.empty())
+        return std::nullopt;
+    if (rgba.size() != 4)
+        throw InputError("a damaged answer from the importer");
+    return Colour{rgba[0], rgba[1], rgba[2], rgba[3]};
+}
+
 }  // namespace
 
 std::string encodeSourceFile(const SourceFile& source)
@@ -75,6 +94,7 @@ std::string encodeSourceFile(const SourceFile& source)
     for (const SourceMesh& mesh : source.meshes) {
         out.raw(mesh.positions.data(), mesh.positions.size());
         out.raw(mesh.indices.data(), mesh.indices.size());
+        encodeColour(out, mesh.colour);
     }
     out.size(source.instances.size());
     for (const SourceInstance& instance : source.instances) {
@@ -85,7 +105,12 @@ std::string encodeSourceFile(const SourceFile& source)
         out.raw(flags, 2);
         out.raw(instance.world.GetMatrix().data(), 9);
         out.raw(instance.world.GetTranslate().data(), 3);
+        encodeColour(out, instance.colour);
     }
+    out.text(source.units);
+    out.size(source.warnings.size());
+    for (const std::string& warning : source.warnings)
+        out.text(warning);
     return out.take();
 }
 
@@ -97,6 +122,7 @@ SourceFile decodeSourceFile(const std::string& bytes)
         SourceMesh mesh;
         mesh.positions = in.raw<Wm4::Vector3<float>>();
         mesh.indices = in.raw<unsigned>();
+        mesh.colour = decodeColour(in);
         source.meshes.push_back(std::move(mesh));
     }
     for (uint64_t k = in.size(); k > 0; --k) {
@@ -115,8 +141,12 @@ SourceFile decodeSourceFile(const std::string& bytes)
         const float* m = matrix.data();
         instance.world = {Wm4::Matrix3<float>(m[0], m[1], m[2], m[3], m[4], m[5], m[6], m[7], m[8]),
                           {translate[0], translate[1], translate[2]}};
+        instance.colour = decodeColour(in);
         source.instances.push_back(std::move(instance));
     }
+    source.units = in.text();
+    for (uint64_t k = in.size(); k > 0; --k)
+        source.warnings.push_back(in.text());
     return source;
 }
 

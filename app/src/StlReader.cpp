@@ -53,7 +53,7 @@ private:
 
 void addSingleInstance(SourceFile& out, SourceMesh mesh, const std::string& name)
 {
-    out.instances.push_back({"", "", name, true, int(out.meshes.size()), {}});
+    out.instances.push_back({"", "", name, true, int(out.meshes.size()), {}, std::nullopt});
     out.meshes.push_back(std::move(mesh));
 }
 
