@@ -300,15 +300,6 @@ std::unique_ptr<OutputFile> openOptionalOutput(const std::string& path, std::ost
     return path.empty() ? nullptr : std::make_unique<OutputFile>(path, out);
 }
 
-// The report file a command writes beside its glTF when `report` names one
-// (null otherwise); opened before the work so an unwritable path fails early.
-std::unique_ptr<OutputFile> openOptionalReport(const std::string& report, const std::string& glb,
-                                               std::ostream& out)
-{
-    if (glb == "-" && report == "-")
-        throw InputError("the glTF and the report cannot both go to standard output");
-    return openOptionalOutput(report, out);
-}
 
 // The page `--html` asks for (null when it does not), opened before the
 // work; the caller has checked it against the inputs and the other outputs.
@@ -385,7 +376,7 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
                std::ostream& err)
 {
     checkOutputs(inputs, {explode.glb, explode.report, explode.html});
-    const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
+    const std::unique_ptr<OutputFile> reportFile = openOptionalOutput(explode.report, out);
     const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(explode.glb, out);
     const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, out);
     kx::kxTimer timer;
@@ -448,7 +439,7 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
               std::ostream& err)
 {
     checkOutputs(inputs, {remove.report, remove.glb, remove.html});
-    const std::unique_ptr<OutputFile> reportFile = openOptionalReport(remove.report, remove.glb, out);
+    const std::unique_ptr<OutputFile> reportFile = openOptionalOutput(remove.report, out);
     const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(remove.glb, out);
     const std::unique_ptr<OutputFile> pageFile = openPage(remove.html, out);
     kx::kxTimer timer;

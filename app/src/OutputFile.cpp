@@ -131,6 +131,8 @@ void checkOutputsAgainstInputs(const std::vector<std::string>& outputs, const st
     };
     std::vector<struct stat> seen;
     std::vector<fs::path> named;
+    if (std::count(outputs.begin(), outputs.end(), "-") > 1)
+        throw UsageError("standard output is given for two outputs");
     for (const std::string& output : outputs) {
         if (output.empty() || output == "-")
             continue;

@@ -156,20 +156,22 @@ TEST_F(ViewerCli, PageOutputsAreCheckedBeforeTheWork)
 {
     if (!velmora::viewerBuiltIn())
         GTEST_SKIP() << "this build has no viewer";
-    const std::vector<std::vector<std::string>> bad = {
-        {"explode", pins, "-o", at("v.glb"), "--html", at("v.glb")},
-        {"explode", pins, "-o", at("v.glb"), "--report", at("v.json"), "--html", at("v.json")},
-        {"explode", pins, "-o", "-", "--html", "-"},
-        {"explode", pins, "-o", at("v.glb"), "--html", at("missing/v.html")},
-        {"remove", pins, "--part", "sides#1:5:2:4:3", "--gltf", at("r.glb"), "--html", at("r.glb")},
-        {"remove", pins, "--part", "sides#1:5:2:4:3", "--html", at("missing/r.html")},
-        {"explode", at("copy.glb"), "-o", at("v.glb"), "--html", at("copy.glb")},
+    // A page sharing its file with another output or an input is a usage error; a missing folder, bad input.
+    const int usage = velmora::kExitUsage, badInput = velmora::kExitInput;
+    const std::vector<std::pair<int, std::vector<std::string>>> bad = {
+        {usage, {"explode", pins, "-o", at("v.glb"), "--html", at("v.glb")}},
+        {usage, {"explode", pins, "-o", at("v.glb"), "--report", at("v.json"), "--html", at("v.json")}},
+        {usage, {"explode", pins, "-o", "-", "--html", "-"}},
+        {badInput, {"explode", pins, "-o", at("v.glb"), "--html", at("missing/v.html")}},
+        {usage, {"remove", pins, "--part", "sides#1:5:2:4:3", "--gltf", at("r.glb"), "--html", at("r.glb")}},
+        {badInput, {"remove", pins, "--part", "sides#1:5:2:4:3", "--html", at("missing/r.html")}},
+        {usage, {"explode", at("copy.glb"), "-o", at("v.glb"), "--html", at("copy.glb")}},
     };
     fs::copy_file(pins, dir / "copy.glb");
     const std::string input = readFile(dir / "copy.glb");
-    for (const std::vector<std::string>& args : bad) {
+    for (const auto& [status, args] : bad) {
         CliRun r = run(args);
-        EXPECT_EQ(r.status, velmora::kExitInput) << args.back();
+        EXPECT_EQ(r.status, status) << args.back();
         EXPECT_EQ(r.err.rfind("velmora: error: ", 0), 0u) << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
         EXPECT_TRUE(r.out.empty()) << "no work before the check: " << r.out;
