@@ -44,10 +44,15 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     ExplodedView view;
     view.splitDistance = options.splitDistance > 0 ? options.splitDistance : defaultSplitDistance(plan.assembly());
 
+    // The library works in the plan's frame: lengths go in scaled and come back unscaled.
+    const float toPlanning = float(plan.planningScale());
+    const float toWorld = float(1.0 / plan.planningScale());
+    if (!std::isfinite(view.splitDistance * toPlanning))
+        throw InputError("the split distance is too large for this assembly");
     kxExplosionDiagram diagram(plan.builder());
-    diagram.computeTranslationHierarchy(view.splitDistance);
+    diagram.computeTranslationHierarchy(view.splitDistance * toPlanning);
     for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
-        view.offsets.push_back(diagram.getFinalPerGroupTranslation(g));
+        view.offsets.push_back(diagram.getFinalPerGroupTranslation(g) * toWorld);
     if (options.staticPose) {
         view.glb = buildExplodedPoseGlb(plan.assembly(), view.offsets);
         return view;
@@ -58,6 +63,9 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     animation.setAnimationPlayStyle(kxExplodedViewAnimation::tAnimationPlayStyle(options.playStyle));
     animation.createKeyFrameControllers();
     view.keyframes = readGroupKeyframes(plan.groups());
+    for (GroupKeyframes& keys : view.keyframes)
+        for (Wm4::Vector3<float>& translation : keys.translations)
+            translation *= toWorld;
     view.duration = animationDuration(view.keyframes);
     view.glb = buildAnimatedGlb(plan.assembly(), view.keyframes);
     return view;
