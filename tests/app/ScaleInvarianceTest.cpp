@@ -115,10 +115,18 @@ void expectSamePlanScaled(const velmora::Plan& plan, const velmora::Plan& scaled
         expectNear(view.offsets[g] * float(factor), scaledView.offsets[g], lengthTolerance);
 }
 
+// Both ends of the range in an optimised build; under sanitizers, where a plan
+// takes ten times longer, the small end only (the one that locked before).
+#if defined(__SANITIZE_ADDRESS__)
+const std::vector<double> kFactors = {1e-3};
+#else
+const std::vector<double> kFactors = {1e-3, 1e3};
+#endif
+
 void expectScaleInvariant(const velmora::Assembly& assembly)
 {
     const auto plan = velmora::planAssembly(assembly, hierarchyOptions());
-    for (const double factor : {1e-3, 1e3}) {
+    for (const double factor : kFactors) {
         SCOPED_TRACE(testing::Message() << "scaled by " << factor);
         expectSamePlanScaled(*plan, *velmora::planAssembly(scaledCopy(assembly, factor), hierarchyOptions()), factor);
     }
@@ -138,11 +146,12 @@ TEST(ScaleInvariance, CorpusAssemblyPlansTheSameAtEveryScale)
     if (corpus.empty())
         GTEST_SKIP() << "the shared corpus is not beside this checkout";
     const velmora::Assembly beams = velmora::importAssembly({corpus + "/beam_assembly"});
-    expectScaleInvariant(beams);
+    const auto plan = velmora::planAssembly(beams, hierarchyOptions());
+    for (const double factor : kFactors)
+        expectSamePlanScaled(*plan, *velmora::planAssembly(scaledCopy(beams, factor), hierarchyOptions()), factor);
     // A power of two is exact: the planning frame is then the very same.
-    const double factor = 1.0 / 1024.0;
-    expectSamePlanScaled(*velmora::planAssembly(beams, hierarchyOptions()),
-                         *velmora::planAssembly(scaledCopy(beams, factor), hierarchyOptions()), factor, kExact);
+    const double exact = 1.0 / 1024.0;
+    expectSamePlanScaled(*plan, *velmora::planAssembly(scaledCopy(beams, exact), hierarchyOptions()), exact, kExact);
 }
 
 // The planning factor is the power of two that brings the largest side of the
