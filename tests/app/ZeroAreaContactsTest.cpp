@@ -181,7 +181,8 @@ TEST(ZeroAreaContacts, FreeDirectionsOfTouchingFaces)
 }
 
 // The command line: an L of cubes written as one OBJ per cube comes apart by
-// default, stays locked with --lock-zero-area, and the report says which.
+// default, stays locked with --lock-zero-area, and the report says which;
+// --no-normalise-scale is reported and, for a unit-sized input, changes nothing.
 TEST(ZeroAreaContacts, CommandLineSwitch)
 {
     namespace fs = std::filesystem;
@@ -227,6 +228,14 @@ TEST(ZeroAreaContacts, CommandLineSwitch)
     EXPECT_EQ(leaves(lockedReport), 2u);
     EXPECT_TRUE(zeroAreaNames(lockedReport).empty());
     EXPECT_EQ(lockedReport["settings"]["freeZeroAreaContacts"], false);
+
+    // Planned in its own units, a unit-sized assembly gives the very same contacts.
+    const cli_test::CliRun unscaled = cli_test::run({"contacts", dir.string(), "--threads", "2", "--no-normalise-scale"});
+    ASSERT_EQ(unscaled.status, 0) << unscaled.err;
+    const nlohmann::json unscaledReport = nlohmann::json::parse(unscaled.out);
+    EXPECT_EQ(unscaledReport["settings"]["normaliseScale"], false);
+    EXPECT_EQ(freedReport["settings"]["normaliseScale"], true);
+    EXPECT_EQ(unscaledReport["contacts"], freedReport["contacts"]);
     fs::remove_all(dir);
 }
 
