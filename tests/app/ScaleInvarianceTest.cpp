@@ -162,11 +162,13 @@ TEST(ScaleInvariance, PlanningScaleIsThePowerOfTwoToTheCanonicalSize)
         float side;
         double factor;
     };
-    const std::vector<Case> cases = {{1.0f, 1024.0}, {0.5f, 2048.0}, {3.0f, 512.0},     {1024.0f, 1.0},
-                                     {1500.0f, 1.0}, {2048.0f, 0.5}, {1e-3f, 1048576.0}, {1e38f, std::ldexp(1.0, -116)}};
+    const std::vector<Case> cases = {
+        {1.0f, 1024.0}, {0.5f, 2048.0}, {3.0f, 512.0},      {1024.0f, 1.0},
+        {1500.0f, 1.0}, {2048.0f, 0.5}, {1e-3f, 1048576.0}, {1e38f, std::ldexp(1.0, -116)}};
     for (const Case& c : cases) {
         velmora::Assembly assembly;
-        assembly.parts.push_back({"box", "(test)", "", velmora_test::makeBox({0, 0, 0}, {c.side, 1e-3f * c.side, 0.5f * c.side}),
+        assembly.parts.push_back({"box", "(test)", "",
+                                  velmora_test::makeBox({0, 0, 0}, {c.side, 1e-3f * c.side, 0.5f * c.side}),
                                   std::nullopt});
         velmora::assignGroups(assembly, velmora::GroupBy::Mesh);
         const double factor = velmora::planningScale(assembly, velmora::mergeGroups(assembly));

@@ -46,7 +46,8 @@ unsigned splitsOf(const velmora::Plan& plan)
     unsigned splits = 0;
     for (unsigned id = 0; id < plan.hierarchy().getNoNodes(); ++id) {
         const kxDisassemblyHierarchy::tTreeNode& node = plan.hierarchy().getNode(id);
-        splits += node.noGroups != kxDisassemblyHierarchy::kNoNode && node.firstChild != kxDisassemblyHierarchy::kNoNode;
+        splits +=
+            node.noGroups != kxDisassemblyHierarchy::kNoNode && node.firstChild != kxDisassemblyHierarchy::kNoNode;
     }
     return splits;
 }
@@ -194,8 +195,8 @@ TEST(ZeroAreaContacts, CommandLineSwitch)
         std::ofstream obj(dir / (part.name + ".obj"));
         const kx::kxVertexBuffer& vertices = *part.mesh->GetVertexBuffer();
         for (int v = 0; v < vertices.GetVertexQuantity(); ++v)
-            obj << "v " << vertices.Position3(v)[0] << " " << vertices.Position3(v)[1] << " " << vertices.Position3(v)[2]
-                << "\n";
+            obj << "v " << vertices.Position3(v)[0] << " " << vertices.Position3(v)[1] << " "
+                << vertices.Position3(v)[2] << "\n";
         for (int t = 0; t < part.mesh->GetTriangleQuantity(); ++t) {
             int i0, i1, i2;
             part.mesh->GetTriangle(t, i0, i1, i2);
@@ -230,7 +231,8 @@ TEST(ZeroAreaContacts, CommandLineSwitch)
     EXPECT_EQ(lockedReport["settings"]["freeZeroAreaContacts"], false);
 
     // Planned in its own units, a unit-sized assembly gives the very same contacts.
-    const cli_test::CliRun unscaled = cli_test::run({"contacts", dir.string(), "--threads", "2", "--no-normalise-scale"});
+    const cli_test::CliRun unscaled =
+        cli_test::run({"contacts", dir.string(), "--threads", "2", "--no-normalise-scale"});
     ASSERT_EQ(unscaled.status, 0) << unscaled.err;
     const nlohmann::json unscaledReport = nlohmann::json::parse(unscaled.out);
     EXPECT_EQ(unscaledReport["settings"]["normaliseScale"], false);
