@@ -59,6 +59,8 @@ struct PlanFlags {
     bool verbose = false;
     bool noDistant = false;
     std::vector<std::string> keepTogether;  // comma-separated part names, one set per use
+    bool noNormaliseScale = false;
+    bool lockZeroArea = false;
 };
 
 // The command line's defaults: timing by travel.
@@ -133,6 +135,10 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
         ->check(numberFrom(0.001, 89.999))
         ->capture_default_str();
     command.add_flag("-v,--verbose", flags.verbose, "Show the library's progress lines on standard error");
+    command.add_flag("--no-normalise-scale", flags.noNormaliseScale,
+                     "Plan in the input's own units (results then depend on the unit it was drawn in)");
+    command.add_flag("--lock-zero-area", flags.lockZeroArea,
+                     "Let contacts only along an edge or at a corner lock their parts, as the library does");
     if (!hierarchy)
         return;
     command.add_flag("--no-distant", flags.noDistant,
@@ -244,6 +250,8 @@ std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flag
     options.onStage = [&](const std::string& stage) { progress.setStage(stage); };
     options.hierarchy = hierarchy;
     options.distantContacts = !flags.noDistant;
+    options.normaliseScale = !flags.noNormaliseScale;
+    options.freeZeroAreaContacts = !flags.lockZeroArea;
     options.keepTogether = keepTogetherGroups(assembly, flags.keepTogether);
     std::unique_ptr<Plan> plan;
     {

@@ -65,10 +65,15 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     GlbOptions glb = options.glb;
     glb.baseGroup = int(view.base);
 
+    // The library works in the plan's frame: lengths go in scaled and come back unscaled.
+    const float toPlanning = float(plan.planningScale());
+    const float toWorld = float(1.0 / plan.planningScale());
+    if (!std::isfinite(view.splitDistance * toPlanning))
+        throw InputError("the split distance is too large for this assembly");
     kxExplosionDiagram diagram(plan.builder());
-    diagram.computeTranslationHierarchy(view.splitDistance);
+    diagram.computeTranslationHierarchy(view.splitDistance * toPlanning);
     for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
-        view.offsets.push_back(diagram.getFinalPerGroupTranslation(g));
+        view.offsets.push_back(diagram.getFinalPerGroupTranslation(g) * toWorld);
     view.offsets = offsetsRelativeTo(view.offsets, view.base);
     if (options.staticPose) {
         view.glb = buildExplodedPoseGlb(plan.assembly(), view.offsets, glb);
@@ -79,7 +84,11 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     animation.setAnimationPolicy(kxExplodedViewAnimation::tAnimationPolicy(options.policy));
     animation.setAnimationPlayStyle(kxExplodedViewAnimation::tAnimationPlayStyle(options.playStyle));
     animation.createKeyFrameControllers();
-    view.keyframes = keyframesRelativeTo(readGroupKeyframes(plan.groups()), view.base);
+    std::vector<GroupKeyframes> keyframes = readGroupKeyframes(plan.groups());
+    for (GroupKeyframes& keys : keyframes)
+        for (Wm4::Vector3<float>& translation : keys.translations)
+            translation *= toWorld;
+    view.keyframes = keyframesRelativeTo(keyframes, view.base);
     if (options.speed > 0)
         view.keyframes = retimedByTravel(view.keyframes, options.speed * diagonal(plan.assembly()),
                                          kMinimumStretchSeconds);

@@ -5,6 +5,8 @@
 
 #include "kxDistantContacts.h"
 #include "kxSystem.h"
+#include "velmora/PlanningScale.h"
+#include "velmora/ZeroAreaContacts.h"
 
 namespace velmora {
 namespace {
@@ -71,6 +73,11 @@ std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsi
     return groups;
 }
 
+Wm4::Vector3<float> Plan::contactPoint(unsigned e) const
+{
+    return mDiagram->getContactPoint(e) * float(1.0 / mPlanningScale);
+}
+
 std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& options)
 {
     if (!(options.angleTolerance > 0.0f && options.angleTolerance < 90.0f))
@@ -94,6 +101,14 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     };
 
     plan->mGroupMeshes = mergeGroups(plan->mAssembly);
+    plan->mNormaliseScale = options.normaliseScale;
+    plan->mFreeZeroAreaContacts = options.freeZeroAreaContacts;
+    if (options.normaliseScale) {
+        plan->mPlanningScale = planningScale(plan->mAssembly, plan->mGroupMeshes);
+        scalePositions(plan->mGroupMeshes, plan->mPlanningScale);
+    } else {
+        checkFiniteCoordinates(plan->mAssembly, plan->mGroupMeshes);
+    }
     std::vector<kx::kxTriMesh*> meshes(plan->mGroupMeshes.begin(), plan->mGroupMeshes.end());
     plan->mGroups = std::make_unique<kxMeshGroups>(meshes, nullptr);
     finishStage("groups");
@@ -101,6 +116,13 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     startStage("contacts");
     plan->mDiagram = std::make_unique<kxContactDiagram>(*plan->mGroups, plan->mThreads, options.progress);
     plan->mDiagram->setVerbose(options.verbose);
+    if (options.freeZeroAreaContacts) {
+        ZeroAreaContacts freed = freeZeroAreaContacts(*plan->mDiagram, *plan->mGroups);
+        if (freed.diagram) {
+            plan->mDiagram = std::move(freed.diagram);
+            plan->mZeroAreaContacts = std::move(freed.zeroArea);
+        }
+    }
     finishStage("contacts");
     plan->mDiagram->computeDirectionSet(options.angleTolerance);
     finishStage("directions");

@@ -116,9 +116,10 @@ Json contactsReport(const Plan& plan)
             directions.push_back(vectorJson(d));
         contacts.push_back({{"groups", {edge.groupId0, edge.groupId1}},
                             {"names", {groups[edge.groupId0].name, groups[edge.groupId1].name}},
-                            {"point", vectorJson(diagram.getContactPoint(e))},
+                            {"point", vectorJson(plan.contactPoint(e))},
                             {"directions", directions},
-                            {"directionIds", diagram.getDisassemblyDirectionIds(e)}});
+                            {"directionIds", diagram.getDisassemblyDirectionIds(e)},
+                            {"zeroArea", plan.zeroAreaContact(e)}});
     }
     Json timings = stageTimingsJson(plan);
     double total = 0.0;
@@ -127,7 +128,10 @@ Json contactsReport(const Plan& plan)
     timings["totalMs"] = total;
     report["contacts"] = contacts;
     report["directions"] = directionSetJson(diagram);
-    report["settings"] = {{"threads", plan.threads()}, {"angleTolerance", plan.angleTolerance()}};
+    report["settings"] = {{"threads", plan.threads()},
+                          {"angleTolerance", plan.angleTolerance()},
+                          {"normaliseScale", plan.normalisesScale()},
+                          {"freeZeroAreaContacts", plan.freesZeroAreaContacts()}};
     report["timings"] = timings;
     return report;
 }

@@ -7,6 +7,14 @@
 // the mesh groups), so its results stay valid for as long as it lives. Group g
 // of the library is group g of the assembly: each group's parts are merged
 // into one world-space mesh first, since the library needs one mesh per group.
+//
+// By default the merged meshes are scaled into the planning frame (see
+// PlanningScale.h) and contacts that touch without area are freed (see
+// ZeroAreaContacts.h); both can be switched off to get the library's own
+// results. The library objects of a Plan (groups, diagram, hierarchy,
+// builder) live in the planning frame: lengths read from them directly are
+// world lengths times planningScale(). The accessors below that return
+// lengths (contactPoint) give world lengths.
 #pragma once
 
 #include <functional>
@@ -40,6 +48,13 @@ struct PlanOptions {
     // the set itself is then split like any other node. Each needs at least
     // two distinct groups.
     std::vector<std::vector<unsigned>> keepTogether;
+
+    // Plan in a frame where the assembly has a fixed size, so the plan does
+    // not depend on the input's unit; off: the world coordinates as they are.
+    bool normaliseScale = true;
+    // Give contacts that touch only along an edge or at a corner the
+    // directions their faces leave free; off: they lock their pair.
+    bool freeZeroAreaContacts = true;
 };
 
 struct StageTiming {
@@ -55,6 +70,16 @@ public:
     const std::vector<StageTiming>& timings() const { return mTimings; }
     unsigned threads() const { return mThreads; }
     float angleTolerance() const { return mAngleTolerance; }
+
+    // Planning-frame length of one world unit (an exact power of two; 1 when
+    // the scale is not normalised).
+    double planningScale() const { return mPlanningScale; }
+    bool normalisesScale() const { return mNormaliseScale; }
+    bool freesZeroAreaContacts() const { return mFreeZeroAreaContacts; }
+    // Contact point of diagram edge e, in world coordinates.
+    Wm4::Vector3<float> contactPoint(unsigned e) const;
+    // Whether diagram edge e touches without area (and was freed).
+    bool zeroAreaContact(unsigned e) const { return !mZeroAreaContacts.empty() && mZeroAreaContacts[e]; }
 
     // Valid only when the hierarchy was planned.
     bool hasHierarchy() const { return mBuilder != nullptr; }
@@ -81,6 +106,10 @@ private:
     float mAngleTolerance = 5.0f;
     bool mDistantContacts = false;
     std::vector<std::vector<unsigned>> mKeepTogether;
+    double mPlanningScale = 1.0;
+    bool mNormaliseScale = false;
+    bool mFreeZeroAreaContacts = false;
+    std::vector<bool> mZeroAreaContacts;  // per diagram edge; empty when none was freed
 };
 
 // The groups of hierarchy node `node`, ascending.
@@ -88,7 +117,9 @@ std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsi
 
 // Runs the pipeline. Throws InputError when the options are out of range
 // (a tolerance outside (0, 90) degrees, more than 256 threads, a keep-together
-// set with an unknown group or fewer than two groups).
+// set with an unknown group or fewer than two groups), when a coordinate is
+// not finite, and, with normaliseScale, when the assembly's size cannot be
+// represented in the planning frame.
 std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& options = {});
 
 }  // namespace velmora
