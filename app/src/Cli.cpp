@@ -14,6 +14,7 @@
 #include "velmora/Explode.h"
 #include "velmora/Import.h"
 #include "velmora/OutputFile.h"
+#include "velmora/VerificationReport.h"
 #include "velmora/Removal.h"
 #include "velmora/Report.h"
 #include "velmora/TerminalProgress.h"
@@ -32,6 +33,7 @@ struct PlanFlags {
     float angleTolerance = 5.0f;
     bool verbose = false;
     bool noDistant = false;
+    bool noVerify = false;
     std::vector<std::string> keepTogether;  // comma-separated part names, one set per use
 };
 
@@ -77,6 +79,8 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
         return;
     command.add_flag("--no-distant", flags.noDistant,
                      "Ignore parts that block each other without touching (faster, less safe splits)");
+    command.add_flag("--no-verify", flags.noVerify,
+                     "Skip sweeping every split for collisions and re-planning the ones that collide");
     command.add_option("--keep-together", flags.keepTogether,
                        "Comma-separated part names that come out as one sub-assembly (repeatable)")
         ->type_name("PART,PART…");
@@ -144,12 +148,15 @@ std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flag
     options.hierarchy = hierarchy;
     options.distantContacts = !flags.noDistant;
     options.keepTogether = keepTogetherGroups(assembly, flags.keepTogether);
+    options.verify = hierarchy && !flags.noVerify;
     std::unique_ptr<Plan> plan;
     {
         LibraryOutput lines(flags.verbose);
         plan = planAssembly(assembly, options);
     }
     progress.finish();
+    for (const std::string& warning : verificationWarnings(*plan))
+        err << "velmora: warning: " << warning << "\n";
     return plan;
 }
 

@@ -124,6 +124,12 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     plan->mBuilder->initSolver();
     plan->mBuilder->computeGroupsHierarchy(0, options.progress);
     finishStage("hierarchy");
+    if (options.verify) {
+        startStage("verification");
+        plan->mVerification =
+            std::make_unique<PlanVerification>(verifyHierarchyPlan(*plan->mBuilder, plan->mThreads));
+        finishStage("verification");
+    }
     return plan;
 }
 

@@ -1,6 +1,7 @@
 #include "velmora/Report.h"
 
 #include "VelmoraVersion.h"
+#include "velmora/VerificationReport.h"
 
 namespace velmora {
 namespace {
@@ -42,7 +43,17 @@ Json hierarchyNode(const Plan& plan, unsigned id)
                      {"direction", vectorJson(plan.diagram().getDirectionFromId(node.splitId))},
                      {"moving", node.secondChild},
                      {"staying", node.firstChild}};
+    addSplitVerdict(plan, id, json);
     return json;
+}
+
+// A contact whose faces gave no contact points has neither directions nor a
+// point (the diagram leaves it at the origin): its point is null.
+Json contactPointJson(const kxContactDiagram& diagram, unsigned e)
+{
+    const Wm4::Vector3<float>& point = diagram.getContactPoint(e);
+    const bool noPoints = diagram.getDisassemblyDirections(e).empty() && point == Wm4::Vector3<float>();
+    return noPoints ? Json(nullptr) : vectorJson(point);
 }
 
 Json directionSetJson(const kxContactDiagram& diagram)
@@ -113,7 +124,7 @@ Json contactsReport(const Plan& plan)
             directions.push_back(vectorJson(d));
         contacts.push_back({{"groups", {edge.groupId0, edge.groupId1}},
                             {"names", {groups[edge.groupId0].name, groups[edge.groupId1].name}},
-                            {"point", vectorJson(diagram.getContactPoint(e))},
+                            {"point", contactPointJson(diagram, e)},
                             {"directions", directions},
                             {"directionIds", diagram.getDisassemblyDirectionIds(e)}});
     }
@@ -139,6 +150,7 @@ Json planReport(const Plan& plan)
     report["settings"]["distantContacts"] = plan.distantContacts();
     report["settings"]["keepTogether"] = keepTogetherJson(plan);
     report["hierarchy"] = {{"distantConstraints", plan.builder().getNoDistantConstraints()}, {"nodes", nodes}};
+    addVerificationReport(plan, report);
     return report;
 }
 

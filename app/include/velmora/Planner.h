@@ -21,6 +21,7 @@
 #include "kxMeshGroups.h"
 #include "kxProgressNotifierInterface.h"
 #include "velmora/Assembly.h"
+#include "velmora/PlanVerification.h"
 
 namespace velmora {
 
@@ -40,6 +41,9 @@ struct PlanOptions {
     // the set itself is then split like any other node. Each needs at least
     // two distinct groups.
     std::vector<std::vector<unsigned>> keepTogether;
+    // With the hierarchy: sweep every split, re-plan the ones that collide
+    // and find interfering, duplicate and stuck parts.
+    bool verify = false;
 };
 
 struct StageTiming {
@@ -64,6 +68,8 @@ public:
     kxDisassemblyHierarchyBuilder& editBuilder() { return *mBuilder; }
     bool distantContacts() const { return mDistantContacts; }
     const std::vector<std::vector<unsigned>>& keepTogether() const { return mKeepTogether; }
+    // Null unless the plan was verified.
+    const PlanVerification* verification() const { return mVerification.get(); }
 
 private:
     friend std::unique_ptr<Plan> planAssembly(const Assembly&, const PlanOptions&);
@@ -81,6 +87,7 @@ private:
     float mAngleTolerance = 5.0f;
     bool mDistantContacts = false;
     std::vector<std::vector<unsigned>> mKeepTogether;
+    std::unique_ptr<PlanVerification> mVerification;
 };
 
 // The groups of hierarchy node `node`, ascending.

@@ -1,0 +1,37 @@
+#include "velmora/PlanVerification.h"
+
+#include <algorithm>
+
+#include "kxSystem.h"
+
+namespace velmora {
+
+unsigned PlanVerification::noVerified() const
+{
+    return unsigned(std::count_if(repair.verdicts.begin(), repair.verdicts.end(),
+                                  [](const SplitVerdict& v) { return v.sweep.clear; }));
+}
+
+const SplitVerdict* PlanVerification::verdictOf(unsigned node) const
+{
+    auto it = std::lower_bound(repair.verdicts.begin(), repair.verdicts.end(), node,
+                               [](const SplitVerdict& v, unsigned n) { return v.node < n; });
+    return it != repair.verdicts.end() && it->node == node ? &*it : nullptr;
+}
+
+PlanVerification verifyHierarchyPlan(kxDisassemblyHierarchyBuilder& builder, unsigned nThreads)
+{
+    const kx::kxTimer timer;
+    const PlanVerifier verifier(builder.getMeshGroups(), 0.0, builder.getContactDiagram().getAngleTolerance(),
+                                nThreads);
+    PlanVerification result;
+    result.tolerance = verifier.tolerance();
+    result.repair = verifyAndRepair(builder, verifier);
+    result.interferences = verifier.interferences();
+    result.duplicates = duplicateGroups(builder.getMeshGroups(), verifier.tolerance());
+    result.stuck = stuckContacts(builder.getContactDiagram());
+    result.milliseconds = timer.getElapsedMs();
+    return result;
+}
+
+}  // namespace velmora

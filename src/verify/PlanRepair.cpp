@@ -1,0 +1,182 @@
+#include "velmora/PlanRepair.h"
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+
+namespace velmora {
+namespace {
+
+// Penalty of a learnt constraint. The search's first pass treats every
+// distant constraint as hard; when no split passes that, the later passes
+// weigh them by their penalty as a maximum-type cost, and this one, the
+// largest below "not blocked", makes a learnt collision the last resort.
+constexpr unsigned kHardBlocking = 0xFFFFFFFEu;
+
+std::vector<Wm4::Vector3<double>> directionSet(const kxContactDiagram& diagram)
+{
+    std::vector<Wm4::Vector3<double>> directions;
+    for (unsigned k = 0; k < diagram.getNoDirections(); ++k)
+        directions.push_back(diagram.getDirectionFromId(k));
+    return directions;
+}
+
+unsigned countFailing(const std::vector<SplitVerdict>& verdicts)
+{
+    return unsigned(std::count_if(verdicts.begin(), verdicts.end(), [](const SplitVerdict& v) { return !v.sweep.clear; }));
+}
+
+bool isAncestor(const kxDisassemblyHierarchy& hierarchy, unsigned ancestor, unsigned node)
+{
+    for (unsigned n = hierarchy.getNode(node).parent; n != kxDisassemblyHierarchy::kNoNode;
+         n = hierarchy.getNode(n).parent)
+        if (n == ancestor)
+            return true;
+    return false;
+}
+
+bool inSubtrees(const kxDisassemblyHierarchy& hierarchy, const std::vector<unsigned>& roots, unsigned node)
+{
+    return std::any_of(roots.begin(), roots.end(),
+                       [&](unsigned root) { return root == node || isAncestor(hierarchy, root, node); });
+}
+
+// The verdicts after the subtrees at `roots` were planned again: those of
+// splits outside them are kept, the others are swept anew.
+std::vector<SplitVerdict> reverifySubtrees(const PlanVerifier& verifier, const kxDisassemblyHierarchy& hierarchy,
+                                           const std::vector<Wm4::Vector3<double>>& directions,
+                                           const std::vector<SplitVerdict>& previous,
+                                           const std::vector<unsigned>& roots)
+{
+    std::vector<SplitVerdict> kept;
+    for (const SplitVerdict& verdict : previous)
+        if (!inSubtrees(hierarchy, roots, verdict.node))
+            kept.push_back(verdict);
+    std::vector<unsigned> nodes;
+    for (unsigned id = 0; id < hierarchy.getNoNodes(); ++id) {
+        const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(id);
+        if (node.noGroups != kxDisassemblyHierarchy::kNoNode && node.firstChild != kxDisassemblyHierarchy::kNoNode &&
+            inSubtrees(hierarchy, roots, id))
+            nodes.push_back(id);
+    }
+    std::vector<SplitVerdict> verdicts = verifier.verifySplits(hierarchy, directions, nodes);
+    verdicts.insert(verdicts.end(), kept.begin(), kept.end());
+    std::sort(verdicts.begin(), verdicts.end(), [](const auto& a, const auto& b) { return a.node < b.node; });
+    return verdicts;
+}
+
+}  // namespace
+
+RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const PlanVerifier& verifier,
+                              unsigned maxRounds)
+{
+    const kxDisassemblyHierarchy& hierarchy = builder.getHierarchy();
+    const std::vector<Wm4::Vector3<double>> directions = directionSet(builder.getContactDiagram());
+    std::set<std::tuple<unsigned, unsigned, unsigned>> learnt;  // (moving, staying, direction)
+    RepairOutcome outcome;
+    std::vector<unsigned> replanned;  // subtrees searched again in the last round
+    for (;;) {
+        outcome.verdicts = outcome.rounds == 0
+                               ? verifier.verifyHierarchy(hierarchy, directions)
+                               : reverifySubtrees(verifier, hierarchy, directions, outcome.verdicts, replanned);
+        if (++outcome.rounds == 1)
+            outcome.initiallyFailing = countFailing(outcome.verdicts);
+        if (outcome.rounds >= std::max(1u, maxRounds))
+            break;
+        std::vector<unsigned> replan;
+        for (const SplitVerdict& verdict : outcome.verdicts) {
+            if (verdict.sweep.clear)
+                continue;
+            const auto key = std::make_tuple(verdict.sweep.movingGroup, verdict.sweep.stayingGroup, verdict.direction);
+            if (!learnt.insert(key).second)
+                continue;
+            std::vector<unsigned> penalties{kHardBlocking};
+            builder.pushDistantConstraint(verdict.sweep.movingGroup, verdict.sweep.stayingGroup, {verdict.direction},
+                                          penalties);
+            ++outcome.learntConstraints;
+            replan.push_back(verdict.node);
+        }
+        if (replan.empty())
+            break;
+        // Search again only the outermost failing subtrees; the rest of the
+        // tree is copied back unchanged.
+        const std::vector<unsigned> failing = replan;
+        std::erase_if(replan, [&](unsigned node) {
+            return std::any_of(failing.begin(), failing.end(),
+                               [&](unsigned other) { return isAncestor(hierarchy, other, node); });
+        });
+        const kxDisassemblyHierarchy snapshot(hierarchy);
+        builder.initSolver();
+        builder.copyGroupsHierarchy(snapshot);
+        for (unsigned node : replan)
+            builder.computeGroupsHierarchy(node, nullptr);
+        replanned = replan;
+    }
+    const unsigned failing = countFailing(outcome.verdicts);
+    outcome.repaired = outcome.initiallyFailing > failing ? outcome.initiallyFailing - failing : 0;
+    return outcome;
+}
+
+std::vector<unsigned> stuckContacts(const kxContactDiagram& diagram)
+{
+    std::vector<unsigned> stuck;
+    for (unsigned e = 0; e < diagram.getNoContacts(); ++e)
+        if (diagram.getDisassemblyDirections(e).empty())
+            stuck.push_back(e);
+    return stuck;
+}
+
+namespace {
+
+struct MeshSignature {
+    unsigned noVertices = 0;
+    unsigned noTriangles = 0;
+    Wm4::Vector3<double> lo{HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi{-HUGE_VAL, -HUGE_VAL, -HUGE_VAL}, centroid;
+};
+
+MeshSignature signatureOf(const kxMeshGroups& groups, unsigned g)
+{
+    MeshSignature s;
+    for (unsigned k = 0; k < groups.getGroupSize(g); ++k) {
+        const kx::kxTriMesh& mesh = *groups.getMeshFromGroup(g, k);
+        const kx::kxVertexBuffer& vertices = *mesh.GetVertexBuffer();
+        s.noTriangles += unsigned(mesh.GetTriangleQuantity());
+        for (int i = 0; i < vertices.GetVertexQuantity(); ++i) {
+            const Wm4::Vector3<float> p = mesh.World.ApplyForward(vertices.Position3(i));
+            const Wm4::Vector3<double> q(p[0], p[1], p[2]);
+            for (int a = 0; a < 3; ++a) {
+                s.lo[a] = std::min(s.lo[a], q[a]);
+                s.hi[a] = std::max(s.hi[a], q[a]);
+            }
+            s.centroid += q;
+            ++s.noVertices;
+        }
+    }
+    if (s.noVertices > 0)
+        s.centroid /= double(s.noVertices);
+    return s;
+}
+
+bool coincide(const MeshSignature& a, const MeshSignature& b, double tolerance)
+{
+    return a.noVertices == b.noVertices && a.noTriangles == b.noTriangles && a.noVertices > 0 &&
+           (a.lo - b.lo).Length() <= tolerance && (a.hi - b.hi).Length() <= tolerance &&
+           (a.centroid - b.centroid).Length() <= tolerance;
+}
+
+}  // namespace
+
+std::vector<std::pair<unsigned, unsigned>> duplicateGroups(const kxMeshGroups& groups, double tolerance)
+{
+    std::vector<MeshSignature> signatures;
+    for (unsigned g = 0; g < groups.getNoGroups(); ++g)
+        signatures.push_back(signatureOf(groups, g));
+    std::vector<std::pair<unsigned, unsigned>> duplicates;
+    for (unsigned a = 0; a < signatures.size(); ++a)
+        for (unsigned b = a + 1; b < signatures.size(); ++b)
+            if (coincide(signatures[a], signatures[b], tolerance))
+                duplicates.emplace_back(a, b);
+    return duplicates;
+}
+
+}  // namespace velmora
