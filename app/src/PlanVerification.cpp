@@ -28,7 +28,7 @@ PlanVerification verifyHierarchyPlan(kxDisassemblyHierarchyBuilder& builder, uns
     result.tolerance = verifier.tolerance();
     result.repair = verifyAndRepair(builder, verifier);
     result.interferences = verifier.interferences();
-    result.duplicates = duplicateGroups(builder.getMeshGroups(), verifier.tolerance());
+    result.duplicates = verifier.duplicates();
     result.stuck = stuckContacts(builder.getContactDiagram());
     result.milliseconds = timer.getElapsedMs();
     return result;

@@ -36,8 +36,4 @@ RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const Plan
 // come apart together.
 std::vector<unsigned> stuckContacts(const kxContactDiagram& diagram);
 
-// Pairs of groups whose meshes coincide: the same vertex and triangle counts
-// and the same bounds and vertex centroid within `tolerance`.
-std::vector<std::pair<unsigned, unsigned>> duplicateGroups(const kxMeshGroups& groups, double tolerance);
-
 }  // namespace velmora

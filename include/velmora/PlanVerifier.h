@@ -20,6 +20,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "Wm4.h"
@@ -72,6 +73,10 @@ public:
     // Pairs overlapping in the assembled pose deeper than the tolerance,
     // ascending by (groupA, groupB).
     const std::vector<Interference>& interferences() const { return mInterferences; }
+    // Pairs of groups that are copies of one part in one place (same vertex
+    // and triangle counts, bounds and vertex centroid within the tolerance),
+    // ascending; each is also an interference.
+    const std::vector<std::pair<unsigned, unsigned>>& duplicates() const { return mDuplicates; }
     // The assembled-pose overlap of two groups (0 when they do not overlap).
     double initialOverlap(unsigned a, unsigned b) const;
 
@@ -102,6 +107,7 @@ private:
 
     std::vector<std::unique_ptr<tGroupGeometry>> mGeometry;
     std::vector<Interference> mInterferences;
+    std::vector<std::pair<unsigned, unsigned>> mDuplicates;
     double mTolerance;
     double mSlidingCosine;
     unsigned mNoThreads;

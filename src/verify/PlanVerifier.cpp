@@ -19,10 +19,10 @@ constexpr double kNoHit = std::numeric_limits<double>::infinity();
 // Default tolerance: the contact tolerance, this share of the largest side
 // of any group's bounds.
 constexpr double kDefaultToleranceShare = 1e-3;
-// Boundary crossings followed along one ray before giving up on it.
-constexpr int kMaxCrossingsPerRay = 16;
 // A ray that meets a triangle closer to parallel than this slides along it.
 constexpr double kMinSlidingCosine = 1e-6;
+// Boundary crossings followed along one ray before giving up on it.
+constexpr int kMaxCrossingsPerRay = 16;
 // Grid cells per axis of the edge-crossing search, at most.
 constexpr unsigned kMaxGridCells = 128;
 
@@ -186,37 +186,55 @@ double lateralDepth(const PlanVerifier::tGroupGeometry& target, const Vec3f& p, 
     return depth;
 }
 
-// First travel s in [0, limit] at which the point origin + s·dir enters
-// `target` and goes on to lie deeper than `threshold` below its surface
-// (estimated from the entry and exit faces); kNoHit when it never does.
-// Starting inside `target` is not a collision: the point must leave and
-// enter again.
-double firstDeepEntry(const PlanVerifier::tGroupGeometry& target, const Vec3f& origin, const Vec3f& dir,
-                      double limit, double threshold, float step, float grazing)
+// Walks the path origin + s·dir, s in [0, limit], through `target`: for every
+// stretch where it enters through a face (not merely grazing it, not starting
+// inside) it calls visit(entry travel, depth) and stops when visit returns
+// true. The depth of a stretch is how deep it reaches: along the path, the
+// length inside times the smaller slant of its entry and exit faces (a plate
+// crossed square on counts its whole thickness); across the path, how far its
+// middle lies from the surface (computed only when the first exceeds
+// `threshold`).
+template <class Visit>
+void forEachEntry(const PlanVerifier::tGroupGeometry& target, const Vec3f& origin, const Vec3f& dir, double limit,
+                  double threshold, float step, float grazing, Visit&& visit)
 {
     float tMin = 0.0f;
     for (int crossing = 0; crossing < kMaxCrossingsPerRay; ++crossing) {
         float t = 0.0f;
         unsigned triangle = 0;
         if (!nearestHit(target, origin, dir, tMin, t, triangle) || t > limit)
-            return kNoHit;
+            return;
         const float cosIn = dir.Dot(target.normals[triangle]);
         tMin = t + step;
         if (cosIn > -grazing)
             continue;  // leaving the solid, or sliding along it
         float tOut = 0.0f;
         unsigned exitTriangle = 0;
-        const bool exits = nearestHit(target, origin, dir, tMin, tOut, exitTriangle);
+        const bool exits = nearestHit(target, origin, dir, tMin, tOut, exitTriangle) && tOut <= limit;
         const double inside = (exits ? double(tOut) : limit) - t;
         const double cosOut = exits ? std::fabs(dir.Dot(target.normals[exitTriangle])) : -cosIn;
-        if (inside * std::min(double(-cosIn), cosOut) > threshold &&
-            lateralDepth(target, origin + dir * float(t + 0.5 * inside), dir) > threshold)
-            return t;
-        if (!exits)
-            return kNoHit;
+        double depth = inside * std::min(double(-cosIn), cosOut);
+        if (depth > threshold)
+            depth = std::min(depth, lateralDepth(target, origin + dir * float(t + 0.5 * inside), dir));
+        if (visit(double(t), depth) || !exits)
+            return;
         tMin = tOut + step;
     }
-    return kNoHit;
+}
+
+// First travel at which the point origin + s·dir enters `target` deeper than
+// `threshold`; kNoHit when it never does within `limit`.
+double firstDeepEntry(const PlanVerifier::tGroupGeometry& target, const Vec3f& origin, const Vec3f& dir,
+                      double limit, double threshold, float step, float grazing)
+{
+    double first = kNoHit;
+    forEachEntry(target, origin, dir, limit, threshold, step, grazing, [&](double t, double depth) {
+        if (depth <= threshold)
+            return false;
+        first = t;
+        return true;
+    });
+    return first;
 }
 
 double cross2(const double u[2], const double v[2]) { return u[0] * v[1] - u[1] * v[0]; }
@@ -419,6 +437,38 @@ PlanVerifier::~PlanVerifier() = default;
 
 unsigned PlanVerifier::noGroups() const { return unsigned(mGeometry.size()); }
 
+namespace {
+
+// The depth of the first stretch of an edge of `from` (moved by `offset`)
+// inside `into` deeper than `threshold`, or 0: two solids can cross with no
+// vertex inside the other (a bar through a wall).
+double deepestEdge(const PlanVerifier::tGroupGeometry& from, const PlanVerifier::tGroupGeometry& into,
+                   const Vec3d& offset, double threshold)
+{
+    const float step = float(1e-3 * threshold);
+    for (size_t e = 0; e + 1 < from.edges.size(); e += 2) {
+        const Vec3d a = toDouble(from.positions[from.edges[e]]) + offset;
+        const Vec3d b = toDouble(from.positions[from.edges[e + 1]]) + offset;
+        Box span;
+        span.add(a);
+        span.add(b);
+        const double length = (b - a).Length();
+        if (length <= threshold || !span.overlaps(into.box, 0.0))
+            continue;
+        double found = 0.0;
+        forEachEntry(into, toFloat(a), toFloat((b - a) / length), length, threshold, step, float(kMinSlidingCosine),
+                     [&](double, double depth) {
+                         found = depth > threshold ? depth : 0.0;
+                         return found > 0.0;
+                     });
+        if (found > 0.0)
+            return found;
+    }
+    return 0.0;
+}
+
+}  // namespace
+
 // Depth of the deepest vertex of either group inside the other, group a
 // translated by `shift` relative to b; 0 when no vertex is inside. A vertex is
 // inside when the first faces it meets along two opposite skew rays are both
@@ -462,16 +512,50 @@ double PlanVerifier::overlapDepth(unsigned a, unsigned b, const Vec3d& shift) co
             if (depth != kNoHit)
                 deepest = std::max(deepest, depth);
         }
+        deepest = std::max(deepest, deepestEdge(from, into, offset, mTolerance));
     }
     return deepest;
 }
 
+namespace {
+
+Vec3d centroidOf(const std::vector<Vec3f>& positions)
+{
+    Vec3d sum(0, 0, 0);
+    for (const Vec3f& p : positions)
+        sum += toDouble(p);
+    return positions.empty() ? sum : sum / double(positions.size());
+}
+
+// Same vertex and triangle counts, bounds and vertex centroid within the
+// tolerance: two copies of one part in one place.
+bool coincide(const PlanVerifier::tGroupGeometry& a, const PlanVerifier::tGroupGeometry& b, double tolerance)
+{
+    return !a.positions.empty() && a.positions.size() == b.positions.size() && a.normals.size() == b.normals.size() &&
+           (a.box.lo - b.box.lo).Length() <= tolerance && (a.box.hi - b.box.hi).Length() <= tolerance &&
+           (centroidOf(a.positions) - centroidOf(b.positions)).Length() <= tolerance;
+}
+
+double smallestSide(const Box& box)
+{
+    return std::min({box.hi[0] - box.lo[0], box.hi[1] - box.lo[1], box.hi[2] - box.lo[2]});
+}
+
+}  // namespace
+
+// Duplicates overlap wholly, which no vertex or edge sees (each lies on the
+// other's surface): their overlap is the smaller side of their bounds.
 void PlanVerifier::findInterferences()
 {
     for (unsigned a = 0; a < mGeometry.size(); ++a)
         for (unsigned b = a + 1; b < mGeometry.size(); ++b) {
             if (!mGeometry[a]->box.overlaps(mGeometry[b]->box, -mTolerance))
                 continue;
+            if (coincide(*mGeometry[a], *mGeometry[b], mTolerance)) {
+                mDuplicates.emplace_back(a, b);
+                mInterferences.push_back({a, b, smallestSide(mGeometry[a]->box)});
+                continue;
+            }
             const double depth = overlapDepth(a, b, Vec3d(0, 0, 0));
             if (depth > mTolerance)
                 mInterferences.push_back({a, b, depth});
