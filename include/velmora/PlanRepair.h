@@ -2,7 +2,9 @@
 // PlanVerifier; a split whose moving side runs into the staying side gets the
 // colliding pair as a hard blocking constraint of the builder for that
 // direction, and the node's subtree is planned again, until every split
-// verifies or no new constraint can be learnt. A split that still fails stays
+// verifies or no new constraint can be learnt. Every pair that collides on
+// a failing split is learnt at once, so that one round rules out what the
+// sweep found. A split that still fails stays
 // as the builder's best and is reported unverified.
 //
 // The builder's own search is left as it is: the learnt constraints go

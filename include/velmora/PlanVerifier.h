@@ -36,12 +36,20 @@ struct Interference {
     double depth;     // estimate of how deep the deepest vertex lies inside the other
 };
 
+// One pair of groups that collide on a sweep.
+struct Collision {
+    unsigned movingGroup;
+    unsigned stayingGroup;
+    double travel;  // the pair's first collision
+};
+
 // The outcome of sweeping one side of a split away from the other.
 struct SweepOutcome {
     bool clear = true;          // no collision on the whole path
-    unsigned movingGroup = 0;   // when !clear: the colliding pair
+    unsigned movingGroup = 0;   // when !clear: the pair that collides first
     unsigned stayingGroup = 0;
     double travel = 0.0;        // when !clear: travel at which they first cross
+    std::vector<Collision> blockers;  // every colliding pair, in (moving, staying) order
 };
 
 // The verdict on one split of a hierarchy.

@@ -85,16 +85,19 @@ RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const Plan
             break;
         std::vector<unsigned> replan;
         for (const SplitVerdict& verdict : outcome.verdicts) {
-            if (verdict.sweep.clear)
-                continue;
-            const auto key = std::make_tuple(verdict.sweep.movingGroup, verdict.sweep.stayingGroup, verdict.direction);
-            if (!learnt.insert(key).second)
-                continue;
-            std::vector<unsigned> penalties{kHardBlocking};
-            builder.pushDistantConstraint(verdict.sweep.movingGroup, verdict.sweep.stayingGroup, {verdict.direction},
-                                          penalties);
-            ++outcome.learntConstraints;
-            replan.push_back(verdict.node);
+            bool learntHere = false;
+            for (const Collision& blocker : verdict.sweep.blockers) {
+                const auto key = std::make_tuple(blocker.movingGroup, blocker.stayingGroup, verdict.direction);
+                if (!learnt.insert(key).second)
+                    continue;
+                std::vector<unsigned> penalties{kHardBlocking};
+                builder.pushDistantConstraint(blocker.movingGroup, blocker.stayingGroup, {verdict.direction},
+                                              penalties);
+                ++outcome.learntConstraints;
+                learntHere = true;
+            }
+            if (learntHere)
+                replan.push_back(verdict.node);
         }
         if (replan.empty())
             break;

@@ -73,7 +73,9 @@ Vec3f toFloat(const Vec3d& v) { return Vec3f(float(v[0]), float(v[1]), float(v[2
 // A 2D segment of the edge-crossing search: an edge seen along the motion.
 struct Segment {
     double a[2], b[2];
-    unsigned group;
+    double length;        // in the plane
+    double lo[2], hi[2];  // bounds in the plane
+    double dLo, dHi;      // extent along the motion
     unsigned edge;
     unsigned char moving;
 };
@@ -300,11 +302,16 @@ double firstEdgeCrossing(const PlanVerifier::tGroupGeometry& moving, const PlanV
         const std::vector<unsigned>& edges = sides[s]->edges;
         for (unsigned e = 0; e + 1 < edges.size(); e += 2) {
             const Vec3d a = toDouble(p[edges[e]]), b = toDouble(p[edges[e + 1]]);
-            Segment seg{{a.Dot(f.u), a.Dot(f.w)}, {b.Dot(f.u), b.Dot(f.w)}, 0, e, (unsigned char)(s == 0)};
-            bool outside = false;
-            for (int k = 0; k < 2; ++k)
-                outside = outside || std::max(seg.a[k], seg.b[k]) < window[k][0] ||
-                          std::min(seg.a[k], seg.b[k]) > window[k][1];
+            Segment seg{{a.Dot(f.u), a.Dot(f.w)}, {b.Dot(f.u), b.Dot(f.w)}, 0.0, {}, {}, std::min(a.Dot(f.d), b.Dot(f.d)),
+                        std::max(a.Dot(f.d), b.Dot(f.d)), e, (unsigned char)(s == 0)};
+            seg.length = std::sqrt((seg.b[0] - seg.a[0]) * (seg.b[0] - seg.a[0]) +
+                                   (seg.b[1] - seg.a[1]) * (seg.b[1] - seg.a[1]));
+            bool outside = seg.length <= threshold;  // square to the plane: seen by the vertex rays
+            for (int k = 0; k < 2; ++k) {
+                seg.lo[k] = std::min(seg.a[k], seg.b[k]);
+                seg.hi[k] = std::max(seg.a[k], seg.b[k]);
+                outside = outside || seg.hi[k] < window[k][0] || seg.lo[k] > window[k][1];
+            }
             if (!outside)
                 segments.push_back(seg);
         }
@@ -343,19 +350,21 @@ double firstEdgeCrossing(const PlanVerifier::tGroupGeometry& moving, const PlanV
     double best = std::min(limit, kNoHit);
     bool found = false;
     for (unsigned c = 0; c < n * n; ++c) {
-        for (unsigned i = cellStart[c]; i < cellStart[c + 1]; ++i) {
+        // A cell lists its moving segments first (they were pushed first).
+        unsigned firstStaying = cellStart[c];
+        while (firstStaying < cellStart[c + 1] && segments[cellEntries[firstStaying]].moving)
+            ++firstStaying;
+        for (unsigned i = cellStart[c]; i < firstStaying; ++i) {
             const Segment& sm = segments[cellEntries[i]];
-            if (!sm.moving)
-                continue;
-            for (unsigned j = cellStart[c]; j < cellStart[c + 1]; ++j) {
+            for (unsigned j = firstStaying; j < cellStart[c + 1]; ++j) {
                 const Segment& ss = segments[cellEntries[j]];
-                if (ss.moving)
+                if (ss.dHi - sm.dLo <= threshold || ss.dLo - sm.dHi > best || sm.lo[0] > ss.hi[0] ||
+                    ss.lo[0] > sm.hi[0] || sm.lo[1] > ss.hi[1] || ss.lo[1] > sm.hi[1])
                     continue;
                 const double r[2] = {sm.b[0] - sm.a[0], sm.b[1] - sm.a[1]};
                 const double s[2] = {ss.b[0] - ss.a[0], ss.b[1] - ss.a[1]};
                 const double denom = cross2(r, s);
-                const double lr = std::hypot(r[0], r[1]), ls = std::hypot(s[0], s[1]);
-                if (lr <= threshold || ls <= threshold || std::fabs(denom) <= 1e-9 * lr * ls)
+                if (std::fabs(denom) <= 1e-9 * sm.length * ss.length)
                     continue;
                 const double qp[2] = {ss.a[0] - sm.a[0], ss.a[1] - sm.a[1]};
                 const double alpha = cross2(qp, s) / denom, beta = cross2(qp, r) / denom;
@@ -368,7 +377,8 @@ double firstEdgeCrossing(const PlanVerifier::tGroupGeometry& moving, const PlanV
                 const double travel = (s0 + (s1 - s0) * beta - m0 - (m1 - m0) * alpha).Dot(f.d);
                 if (travel <= threshold || travel > best || (found && travel == best))
                     continue;
-                const double er[2] = {r[0] / lr, r[1] / lr}, es[2] = {s[0] / ls, s[1] / ls};
+                const double er[2] = {r[0] / sm.length, r[1] / sm.length};
+                const double es[2] = {s[0] / ss.length, s[1] / ss.length};
                 const double reach = std::min({lineDistance(sm.a, er, ss.a), lineDistance(sm.a, er, ss.b),
                                                lineDistance(ss.a, es, sm.a), lineDistance(ss.a, es, sm.b)});
                 if (reach <= threshold)
@@ -578,8 +588,9 @@ struct SweepContext {
     const PlanVerifier& verifier;
 };
 
-// Sweeps one side away from the other pair by pair, the earliest collision
-// winning (ties: the first pair in (moving, staying) order).
+// Sweeps one side away from the other pair by pair: every colliding pair is
+// listed with its first collision, and the earliest collision wins (ties: the
+// first pair in (moving, staying) order).
 SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>& moving,
                         const std::vector<unsigned>& staying, const Vec3d& direction, SweepScratch& scratch)
 {
@@ -597,7 +608,7 @@ SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>
             const PlanVerifier::tGroupGeometry& gs = *context.geometry[s];
             double sLo = 0.0, sHi = 0.0;
             gs.box.project(f.d, sLo, sHi);
-            const double limit = std::min(sHi - mLo + tolerance, best);
+            const double limit = sHi - mLo + tolerance;
             if (limit <= 0.0)
                 continue;
             Box swept = gm.box;
@@ -610,9 +621,15 @@ SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>
                           firstVertexEntry(gs, gm, -f.df, limit, threshold, step, grazing),
                           firstEdgeCrossing(gm, gs, f, limit, threshold, scratch.segments, scratch.cellStart,
                                             scratch.cellEntries)});
+            if (travel == kNoHit)
+                continue;
+            outcome.blockers.push_back({m, s, travel});
             if (travel < best) {
                 best = travel;
-                outcome = SweepOutcome{false, m, s, travel};
+                outcome.clear = false;
+                outcome.movingGroup = m;
+                outcome.stayingGroup = s;
+                outcome.travel = travel;
             }
         }
     }
