@@ -49,9 +49,13 @@ std::vector<SplitVerdict> reverifySubtrees(const PlanVerifier& verifier, const k
                                            const std::vector<unsigned>& roots)
 {
     std::vector<SplitVerdict> kept;
-    for (const SplitVerdict& verdict : previous)
-        if (!inSubtrees(hierarchy, roots, verdict.node))
+    for (const SplitVerdict& verdict : previous) {
+        const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(verdict.node);
+        // A slot of a replanned subtree may now be unused (all ones) and so
+        // outside every subtree: only splits still in place are kept.
+        if (node.noGroups != kxDisassemblyHierarchy::kNoNode && !inSubtrees(hierarchy, roots, verdict.node))
             kept.push_back(verdict);
+    }
     std::vector<unsigned> nodes;
     for (unsigned id = 0; id < hierarchy.getNoNodes(); ++id) {
         const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(id);
