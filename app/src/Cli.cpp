@@ -221,6 +221,8 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
         LibraryOutput lines(verbose);
         view = explodeAssembly(plan, options);
     }
+    for (const std::string& warning : explodedPoseWarnings(plan, view))
+        err << "velmora: warning: " << warning << "\n";
     const double explodeMs = timer.getElapsedMs();
     writeGlbFile(view.glb, flags.glb);
     if (flags.glb != "-") {

@@ -8,6 +8,9 @@
 namespace velmora {
 namespace {
 
+// Doublings of the split distance tried to pull overlapping parts apart.
+constexpr unsigned kMaxWidenings = 4;
+
 void checkOptions(const ExplodeOptions& options)
 {
     if (options.policy > 2)
@@ -45,9 +48,19 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     view.splitDistance = options.splitDistance > 0 ? options.splitDistance : defaultSplitDistance(plan.assembly());
 
     kxExplosionDiagram diagram(plan.builder());
-    diagram.computeTranslationHierarchy(view.splitDistance);
-    for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
-        view.offsets.push_back(diagram.getFinalPerGroupTranslation(g));
+    for (;;) {
+        diagram.computeTranslationHierarchy(view.splitDistance);
+        view.offsets.clear();
+        for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
+            view.offsets.push_back(diagram.getFinalPerGroupTranslation(g));
+        if (!plan.verification())
+            break;
+        view.overlaps = plan.verification()->verifier->overlapsAtOffsets(view.offsets);
+        if (view.overlaps.empty() || view.widenings == kMaxWidenings)
+            break;
+        view.splitDistance *= 2.0f;
+        ++view.widenings;
+    }
     if (options.staticPose) {
         view.glb = buildExplodedPoseGlb(plan.assembly(), view.offsets);
         return view;

@@ -22,13 +22,14 @@ const SplitVerdict* PlanVerification::verdictOf(unsigned node) const
 PlanVerification verifyHierarchyPlan(kxDisassemblyHierarchyBuilder& builder, unsigned nThreads)
 {
     const kx::kxTimer timer;
-    const PlanVerifier verifier(builder.getMeshGroups(), 0.0, builder.getContactDiagram().getAngleTolerance(),
-                                nThreads);
+    const auto verifier = std::make_shared<const PlanVerifier>(
+        builder.getMeshGroups(), 0.0, builder.getContactDiagram().getAngleTolerance(), nThreads);
     PlanVerification result;
-    result.tolerance = verifier.tolerance();
-    result.repair = verifyAndRepair(builder, verifier);
-    result.interferences = verifier.interferences();
-    result.duplicates = verifier.duplicates();
+    result.verifier = verifier;
+    result.tolerance = verifier->tolerance();
+    result.repair = verifyAndRepair(builder, *verifier);
+    result.interferences = verifier->interferences();
+    result.duplicates = verifier->duplicates();
     result.stuck = stuckContacts(builder.getContactDiagram());
     result.milliseconds = timer.getElapsedMs();
     return result;

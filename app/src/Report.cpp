@@ -165,6 +165,7 @@ Json explodeReport(const Plan& plan, const ExplodedView& view, const ExplodeOpti
                            {"playStyle", options.staticPose ? Json(nullptr) : Json(options.playStyle)},
                            {"durationSeconds", view.duration},
                            {"offsets", offsets}};
+    addExplodedPoseCheck(plan, view, report);
     return report;
 }
 

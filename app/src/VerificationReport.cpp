@@ -127,4 +127,29 @@ std::vector<std::string> verificationWarnings(const Plan& plan)
     return lines;
 }
 
+void addExplodedPoseCheck(const Plan& plan, const ExplodedView& view, Json& report)
+{
+    if (!plan.verification())
+        return;
+    Json overlaps = Json::array();
+    for (const Interference& i : view.overlaps) {
+        Json entry = pairJson(plan.assembly(), i.groupA, i.groupB);
+        entry["depth"] = i.depth;
+        overlaps.push_back(entry);
+    }
+    report["explosion"]["widenings"] = view.widenings;
+    report["explosion"]["overlaps"] = overlaps;
+}
+
+std::vector<std::string> explodedPoseWarnings(const Plan& plan, const ExplodedView& view)
+{
+    std::vector<std::string> items;
+    for (const Interference& i : view.overlaps)
+        items.push_back(pairName(plan.assembly(), i.groupA, i.groupB) + " (" + lengthText(plan.assembly(), i.depth) +
+                        ")");
+    if (items.empty())
+        return {};
+    return {listLine(items.size(), "pairs of parts still overlap in the exploded view", items)};
+}
+
 }  // namespace velmora

@@ -21,7 +21,9 @@ struct ExplodeOptions {
 };
 
 struct ExplodedView {
-    float splitDistance = 0;
+    float splitDistance = 0;                   // the distance used (see explodeAssembly)
+    unsigned widenings = 0;                    // times it was doubled to pull overlapping parts apart
+    std::vector<Interference> overlaps;        // pairs still overlapping in the exploded pose
     std::vector<Wm4::Vector3<float>> offsets;  // per group, in the assembly's frame
     std::vector<GroupKeyframes> keyframes;     // per group; empty for a static pose
     float duration = 0;                        // seconds; 0 for a static pose
@@ -32,7 +34,9 @@ struct ExplodedView {
 float defaultSplitDistance(const Assembly& assembly);
 
 // Throws InputError on a policy above 2, a play style above 3 or a negative
-// or non-finite split distance.
+// or non-finite split distance. When the plan was verified, the exploded pose
+// is checked like a split (no two parts overlapping deeper than they do
+// assembled) and the split distance doubled, up to a few times, while any do.
 ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options);
 
 }  // namespace velmora

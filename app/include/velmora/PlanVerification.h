@@ -4,6 +4,7 @@
 // assembled pose, coincident duplicate parts, contacts with no way apart).
 #pragma once
 
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,9 @@ struct PlanVerification {
     std::vector<unsigned> stuck;                            // contact ids of the diagram
     double tolerance = 0.0;
     double milliseconds = 0.0;
+    // The sweeps' geometry, kept for checking poses of the plan (the
+    // exploded view).
+    std::shared_ptr<const PlanVerifier> verifier;
 
     unsigned noVerified() const;
     // The verdict on the split of `node`, or null when it is not split.

@@ -23,4 +23,10 @@ void addVerificationReport(const Plan& plan, Json& report);
 // One line per kind of defect found, without the "velmora: warning: " prefix.
 std::vector<std::string> verificationWarnings(const Plan& plan);
 
+// Adds "widenings" and "overlaps" to the report's "explosion" when the plan
+// was verified.
+void addExplodedPoseCheck(const Plan& plan, const ExplodedView& view, Json& report);
+// A line naming the parts that still overlap in the exploded pose, if any.
+std::vector<std::string> explodedPoseWarnings(const Plan& plan, const ExplodedView& view);
+
 }  // namespace velmora
