@@ -192,6 +192,7 @@ Json removalReport(const Plan& plan, const RemovalProcedure& removal)
                           {"angleTolerance", plan.angleTolerance()},
                           {"distantContacts", plan.distantContacts()}};
     report["timings"] = stageTimingsJson(plan);
+    addVerificationReport(plan, report);
     return report;
 }
 
