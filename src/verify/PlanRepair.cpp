@@ -1,6 +1,7 @@
 #include "velmora/PlanRepair.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <tuple>
 
@@ -41,12 +42,39 @@ bool inSubtrees(const kxDisassemblyHierarchy& hierarchy, const std::vector<unsig
                        [&](unsigned root) { return root == node || isAncestor(hierarchy, root, node); });
 }
 
+// A split as the sweep sees it: direction, moving groups, staying groups.
+using SplitKey = std::tuple<unsigned, std::vector<unsigned>, std::vector<unsigned>>;
+using SweepCache = std::map<SplitKey, SweepOutcome>;
+
+std::vector<unsigned> sortedGroups(const kxDisassemblyHierarchy& hierarchy, unsigned node)
+{
+    const kxDisassemblyHierarchy::tTreeNode& range = hierarchy.getNode(node);
+    std::vector<unsigned> groups;
+    for (unsigned k = range.start; k < range.start + range.noGroups; ++k)
+        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
+    std::sort(groups.begin(), groups.end());
+    return groups;
+}
+
+SplitKey splitKey(const kxDisassemblyHierarchy& hierarchy, unsigned node)
+{
+    const kxDisassemblyHierarchy::tTreeNode& split = hierarchy.getNode(node);
+    return {split.splitId, sortedGroups(hierarchy, split.secondChild), sortedGroups(hierarchy, split.firstChild)};
+}
+
+void remember(const kxDisassemblyHierarchy& hierarchy, const std::vector<SplitVerdict>& verdicts, SweepCache& cache)
+{
+    for (const SplitVerdict& verdict : verdicts)
+        cache.emplace(splitKey(hierarchy, verdict.node), verdict.sweep);
+}
+
 // The verdicts after the subtrees at `roots` were planned again: those of
-// splits outside them are kept, the others are swept anew.
+// splits outside them are kept, the others are looked up among the splits
+// swept before (a re-planned subtree mostly repeats them) or swept anew.
 std::vector<SplitVerdict> reverifySubtrees(const PlanVerifier& verifier, const kxDisassemblyHierarchy& hierarchy,
                                            const std::vector<Wm4::Vector3<double>>& directions,
                                            const std::vector<SplitVerdict>& previous,
-                                           const std::vector<unsigned>& roots)
+                                           const std::vector<unsigned>& roots, SweepCache& cache)
 {
     std::vector<SplitVerdict> kept;
     for (const SplitVerdict& verdict : previous) {
@@ -60,10 +88,16 @@ std::vector<SplitVerdict> reverifySubtrees(const PlanVerifier& verifier, const k
     for (unsigned id = 0; id < hierarchy.getNoNodes(); ++id) {
         const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(id);
         if (node.noGroups != kxDisassemblyHierarchy::kNoNode && node.firstChild != kxDisassemblyHierarchy::kNoNode &&
-            inSubtrees(hierarchy, roots, id))
-            nodes.push_back(id);
+            inSubtrees(hierarchy, roots, id)) {
+            const auto known = cache.find(splitKey(hierarchy, id));
+            if (known != cache.end())
+                kept.push_back(SplitVerdict{id, node.splitId, known->second});
+            else
+                nodes.push_back(id);
+        }
     }
     std::vector<SplitVerdict> verdicts = verifier.verifySplits(hierarchy, directions, nodes);
+    remember(hierarchy, verdicts, cache);
     verdicts.insert(verdicts.end(), kept.begin(), kept.end());
     std::sort(verdicts.begin(), verdicts.end(), [](const auto& a, const auto& b) { return a.node < b.node; });
     return verdicts;
@@ -79,10 +113,14 @@ RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const Plan
     std::set<std::tuple<unsigned, unsigned, unsigned>> learnt;  // (moving, staying, direction)
     RepairOutcome outcome;
     std::vector<unsigned> replanned;  // subtrees searched again in the last round
+    SweepCache cache;
     for (;;) {
-        outcome.verdicts = outcome.rounds == 0
-                               ? verifier.verifyHierarchy(hierarchy, directions)
-                               : reverifySubtrees(verifier, hierarchy, directions, outcome.verdicts, replanned);
+        if (outcome.rounds == 0) {
+            outcome.verdicts = verifier.verifyHierarchy(hierarchy, directions);
+            remember(hierarchy, outcome.verdicts, cache);
+        } else {
+            outcome.verdicts = reverifySubtrees(verifier, hierarchy, directions, outcome.verdicts, replanned, cache);
+        }
         if (++outcome.rounds == 1)
             outcome.initiallyFailing = countFailing(outcome.verdicts);
         if (outcome.rounds >= std::max(1u, maxRounds))
