@@ -321,8 +321,8 @@ double firstEdgeCrossing(const PlanVerifier::tGroupGeometry& moving, const PlanV
     const unsigned n = std::clamp(unsigned(std::sqrt(double(segments.size()))), 1u, kMaxGridCells);
     const double size[2] = {std::max(window[0][1] - window[0][0], 1e-30), std::max(window[1][1] - window[1][0], 1e-30)};
     auto cellRange = [&](const Segment& seg, int k, unsigned& lo, unsigned& hi) {
-        const double a = (std::min(seg.a[k], seg.b[k]) - window[k][0]) / size[k] * n;
-        const double b = (std::max(seg.a[k], seg.b[k]) - window[k][0]) / size[k] * n;
+        const double a = (seg.lo[k] - window[k][0]) / size[k] * n;
+        const double b = (seg.hi[k] - window[k][0]) / size[k] * n;
         lo = unsigned(std::clamp(a, 0.0, double(n - 1)));
         hi = unsigned(std::clamp(b, 0.0, double(n - 1)));
     };
