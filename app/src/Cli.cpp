@@ -16,6 +16,7 @@
 #include "velmora/Import.h"
 #include "velmora/LogSink.h"
 #include "velmora/OutputFile.h"
+#include "velmora/VerificationReport.h"
 #include "velmora/Removal.h"
 #include "velmora/RemovalInstructions.h"
 #include "velmora/Report.h"
@@ -58,6 +59,7 @@ struct PlanFlags {
     float angleTolerance = 5.0f;
     bool verbose = false;
     bool noDistant = false;
+    bool noVerify = false;
     std::vector<std::string> keepTogether;  // comma-separated part names, one set per use
     bool noNormaliseScale = false;
     bool lockZeroArea = false;
@@ -143,6 +145,8 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
         return;
     command.add_flag("--no-distant", flags.noDistant,
                      "Ignore parts that block each other without touching (faster, less safe splits)");
+    command.add_flag("--no-verify", flags.noVerify,
+                     "Skip sweeping every split for collisions and re-planning the ones that collide");
     command.add_option("--keep-together", flags.keepTogether,
                        "Comma-separated part names that come out as one sub-assembly (repeatable)")
         ->type_name("PART,PART…");
@@ -253,12 +257,15 @@ std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flag
     options.normaliseScale = !flags.noNormaliseScale;
     options.freeZeroAreaContacts = !flags.lockZeroArea;
     options.keepTogether = keepTogetherGroups(assembly, flags.keepTogether);
+    options.verify = hierarchy && !flags.noVerify;
     std::unique_ptr<Plan> plan;
     {
         LibraryOutput lines(flags.verbose);
         plan = planAssembly(assembly, options);
     }
     progress.finish();
+    for (const std::string& warning : verificationWarnings(*plan))
+        err << "velmora: warning: " << warning << "\n";
     return plan;
 }
 
@@ -358,6 +365,8 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
         LibraryOutput lines(verbose);
         view = explodeAssembly(plan, options);
     }
+    for (const std::string& warning : explodedPoseWarnings(plan, view))
+        err << "velmora: warning: " << warning << "\n";
     const double explodeMs = timer.getElapsedMs();
     if (glbFile) {
         glbFile->stream().write(reinterpret_cast<const char*>(view.glb.data()), std::streamsize(view.glb.size()));

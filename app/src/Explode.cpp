@@ -9,6 +9,9 @@
 namespace velmora {
 namespace {
 
+// Doublings of the split distance tried to pull overlapping parts apart.
+constexpr unsigned kMaxWidenings = 4;
+
 void checkOptions(const ExplodeOptions& options)
 {
     if (options.policy > 2)
@@ -71,9 +74,23 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     if (!std::isfinite(view.splitDistance * toPlanning))
         throw InputError("the split distance is too large for this assembly");
     kxExplosionDiagram diagram(plan.builder());
-    diagram.computeTranslationHierarchy(view.splitDistance * toPlanning);
-    for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
-        view.offsets.push_back(diagram.getFinalPerGroupTranslation(g) * toWorld);
+    for (;;) {
+        diagram.computeTranslationHierarchy(view.splitDistance * toPlanning);
+        view.offsets.clear();
+        for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
+            view.offsets.push_back(diagram.getFinalPerGroupTranslation(g));
+        if (!plan.verification())
+            break;
+        view.overlaps = plan.verification()->verifier->overlapsAtOffsets(view.offsets);
+        if (view.overlaps.empty() || view.widenings == kMaxWidenings)
+            break;
+        view.splitDistance *= 2.0f;
+        ++view.widenings;
+    }
+    for (Wm4::Vector3<float>& offset : view.offsets)
+        offset *= toWorld;
+    for (Interference& overlap : view.overlaps)
+        overlap.depth *= toWorld;
     view.offsets = offsetsRelativeTo(view.offsets, view.base);
     if (options.staticPose) {
         view.glb = buildExplodedPoseGlb(plan.assembly(), view.offsets, glb);

@@ -78,6 +78,20 @@ Wm4::Vector3<float> Plan::contactPoint(unsigned e) const
     return mDiagram->getContactPoint(e) * float(1.0 / mPlanningScale);
 }
 
+// The verification's lengths (measured in the planning frame) in world units;
+// its verifier keeps working in the planning frame.
+static void inWorldLengths(PlanVerification& verification, double toWorld)
+{
+    verification.tolerance *= toWorld;
+    for (Interference& i : verification.interferences)
+        i.depth *= toWorld;
+    for (SplitVerdict& verdict : verification.repair.verdicts) {
+        verdict.sweep.travel *= toWorld;
+        for (Collision& blocker : verdict.sweep.blockers)
+            blocker.travel *= toWorld;
+    }
+}
+
 std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& options)
 {
     if (!(options.angleTolerance > 0.0f && options.angleTolerance < 90.0f))
@@ -146,6 +160,13 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     plan->mBuilder->initSolver();
     plan->mBuilder->computeGroupsHierarchy(0, options.progress);
     finishStage("hierarchy");
+    if (options.verify) {
+        startStage("verification");
+        plan->mVerification =
+            std::make_unique<PlanVerification>(verifyHierarchyPlan(*plan->mBuilder, plan->mThreads));
+        inWorldLengths(*plan->mVerification, 1.0 / plan->mPlanningScale);
+        finishStage("verification");
+    }
     return plan;
 }
 

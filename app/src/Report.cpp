@@ -1,6 +1,7 @@
 #include "velmora/Report.h"
 
 #include "VelmoraVersion.h"
+#include "velmora/VerificationReport.h"
 
 namespace velmora {
 namespace {
@@ -42,7 +43,19 @@ Json hierarchyNode(const Plan& plan, unsigned id)
                      {"direction", vectorJson(plan.diagram().getDirectionFromId(node.splitId))},
                      {"moving", node.secondChild},
                      {"staying", node.firstChild}};
+    addSplitVerdict(plan, id, json);
     return json;
+}
+
+// A contact whose faces gave no contact points has neither directions nor a
+// point (the diagram leaves it at the origin): its point is null.
+// A contact's point in world lengths, or null for a contact with no contact points.
+Json contactPointJson(const Plan& plan, unsigned e)
+{
+    const kxContactDiagram& diagram = plan.diagram();
+    const bool noPoints =
+        diagram.getDisassemblyDirections(e).empty() && diagram.getContactPoint(e) == Wm4::Vector3<float>();
+    return noPoints ? Json(nullptr) : vectorJson(plan.contactPoint(e));
 }
 
 Json directionSetJson(const kxContactDiagram& diagram)
@@ -116,7 +129,7 @@ Json contactsReport(const Plan& plan)
             directions.push_back(vectorJson(d));
         contacts.push_back({{"groups", {edge.groupId0, edge.groupId1}},
                             {"names", {groups[edge.groupId0].name, groups[edge.groupId1].name}},
-                            {"point", vectorJson(plan.contactPoint(e))},
+                            {"point", contactPointJson(plan, e)},
                             {"directions", directions},
                             {"directionIds", diagram.getDisassemblyDirectionIds(e)},
                             {"zeroArea", plan.zeroAreaContact(e)}});
@@ -146,6 +159,7 @@ Json planReport(const Plan& plan)
     report["settings"]["distantContacts"] = plan.distantContacts();
     report["settings"]["keepTogether"] = keepTogetherJson(plan);
     report["hierarchy"] = {{"distantConstraints", plan.builder().getNoDistantConstraints()}, {"nodes", nodes}};
+    addVerificationReport(plan, report);
     return report;
 }
 
@@ -166,6 +180,7 @@ Json explodeReport(const Plan& plan, const ExplodedView& view, const ExplodeOpti
                            {"speed", options.speed},
                            {"compressed", options.glb.compress},
                            {"animation", options.staticPose ? Json(nullptr) : Json(options.glb.animationName)}};
+    addExplodedPoseCheck(plan, view, report);
     return report;
 }
 
@@ -192,6 +207,7 @@ Json removalReport(const Plan& plan, const RemovalProcedure& removal)
                           {"angleTolerance", plan.angleTolerance()},
                           {"distantContacts", plan.distantContacts()}};
     report["timings"] = stageTimingsJson(plan);
+    addVerificationReport(plan, report);
     return report;
 }
 

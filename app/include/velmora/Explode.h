@@ -28,8 +28,10 @@ struct ExplodeOptions {
 };
 
 struct ExplodedView {
-    float splitDistance = 0;
-    unsigned base = 0;                          // the group kept still
+    float splitDistance = 0;                   // the distance used (see explodeAssembly)
+    unsigned base = 0;                         // the group kept still
+    unsigned widenings = 0;                    // times it was doubled to pull overlapping parts apart
+    std::vector<Interference> overlaps;        // pairs still overlapping in the exploded pose
     std::vector<Wm4::Vector3<float>> offsets;  // per group, in the assembly's frame
     std::vector<GroupKeyframes> keyframes;     // per group; empty for a static pose
     float duration = 0;                        // seconds; 0 for a static pose
@@ -43,7 +45,10 @@ float diagonal(const Assembly& assembly);
 float defaultSplitDistance(const Assembly& assembly);
 
 // Throws InputError on a policy above 2, a play style above 3, a negative
-// or non-finite split distance or speed, or a base that is not a group.
+// or non-finite split distance or speed, or a base that is not a group. When
+// the plan was verified, the exploded pose is checked like a split (no two
+// parts overlapping deeper than they do assembled) and the split distance
+// doubled, up to a few times, while any do.
 ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options);
 
 }  // namespace velmora

@@ -29,6 +29,7 @@
 #include "kxMeshGroups.h"
 #include "kxProgressNotifierInterface.h"
 #include "velmora/Assembly.h"
+#include "velmora/PlanVerification.h"
 
 namespace velmora {
 
@@ -55,6 +56,9 @@ struct PlanOptions {
     // Give contacts that touch only along an edge or at a corner the
     // directions their faces leave free; off: they lock their pair.
     bool freeZeroAreaContacts = true;
+    // With the hierarchy: sweep every split, re-plan the ones that collide
+    // and find interfering, duplicate and stuck parts.
+    bool verify = false;
 };
 
 struct StageTiming {
@@ -89,6 +93,8 @@ public:
     kxDisassemblyHierarchyBuilder& editBuilder() { return *mBuilder; }
     bool distantContacts() const { return mDistantContacts; }
     const std::vector<std::vector<unsigned>>& keepTogether() const { return mKeepTogether; }
+    // Null unless the plan was verified.
+    const PlanVerification* verification() const { return mVerification.get(); }
 
 private:
     friend std::unique_ptr<Plan> planAssembly(const Assembly&, const PlanOptions&);
@@ -110,6 +116,7 @@ private:
     bool mNormaliseScale = false;
     bool mFreeZeroAreaContacts = false;
     std::vector<bool> mZeroAreaContacts;  // per diagram edge; empty when none was freed
+    std::unique_ptr<PlanVerification> mVerification;
 };
 
 // The groups of hierarchy node `node`, ascending.

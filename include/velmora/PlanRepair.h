@@ -1,0 +1,41 @@
+// Verify-and-repair of a disassembly hierarchy: every split is swept by a
+// PlanVerifier; a split whose moving side runs into the staying side gets the
+// colliding pair as a hard blocking constraint of the builder for that
+// direction, and the node's subtree is planned again, until every split
+// verifies or no new constraint can be learnt. Every pair that collides on
+// a failing split is learnt at once, so that one round rules out what the
+// sweep found. A split that still fails stays
+// as the builder's best and is reported unverified.
+//
+// The builder's own search is left as it is: the learnt constraints go
+// through its distant-constraint mechanism (pushDistantConstraint, then
+// initSolver), the rest of the tree is restored with copyGroupsHierarchy, and
+// only the subtrees of failing splits are searched again.
+#pragma once
+
+#include <vector>
+
+#include "kxContactDiagram.h"
+#include "kxDisassemblyHierarchyBuilder.h"
+#include "velmora/PlanVerifier.h"
+
+namespace velmora {
+
+struct RepairOutcome {
+    std::vector<SplitVerdict> verdicts;  // the final plan's splits, by node id
+    unsigned initiallyFailing = 0;       // failing splits of the plan as first built
+    unsigned repaired = 0;               // of those, how many the repaired plan no longer has
+    unsigned learntConstraints = 0;      // blocking constraints pushed
+    unsigned rounds = 0;                 // verification passes run
+};
+
+// At most `maxRounds` verification passes (at least 1). The builder must
+// have had initSolver and a computeGroupsHierarchy(0, …).
+RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const PlanVerifier& verifier,
+                              unsigned maxRounds = 32);
+
+// Contacts that admit no removal direction at all: the two groups can only
+// come apart together.
+std::vector<unsigned> stuckContacts(const kxContactDiagram& diagram);
+
+}  // namespace velmora

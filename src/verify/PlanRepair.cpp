@@ -1,0 +1,174 @@
+#include "velmora/PlanRepair.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <tuple>
+
+namespace velmora {
+namespace {
+
+// Penalty of a learnt constraint. The search's first pass treats every
+// distant constraint as hard; when no split passes that, the later passes
+// weigh them by their penalty as a maximum-type cost, and this one, the
+// largest below "not blocked", makes a learnt collision the last resort.
+constexpr unsigned kHardBlocking = 0xFFFFFFFEu;
+
+std::vector<Wm4::Vector3<double>> directionSet(const kxContactDiagram& diagram)
+{
+    std::vector<Wm4::Vector3<double>> directions;
+    for (unsigned k = 0; k < diagram.getNoDirections(); ++k)
+        directions.push_back(diagram.getDirectionFromId(k));
+    return directions;
+}
+
+unsigned countFailing(const std::vector<SplitVerdict>& verdicts)
+{
+    return unsigned(std::count_if(verdicts.begin(), verdicts.end(), [](const SplitVerdict& v) { return !v.sweep.clear; }));
+}
+
+bool isAncestor(const kxDisassemblyHierarchy& hierarchy, unsigned ancestor, unsigned node)
+{
+    for (unsigned n = hierarchy.getNode(node).parent; n != kxDisassemblyHierarchy::kNoNode;
+         n = hierarchy.getNode(n).parent)
+        if (n == ancestor)
+            return true;
+    return false;
+}
+
+bool inSubtrees(const kxDisassemblyHierarchy& hierarchy, const std::vector<unsigned>& roots, unsigned node)
+{
+    return std::any_of(roots.begin(), roots.end(),
+                       [&](unsigned root) { return root == node || isAncestor(hierarchy, root, node); });
+}
+
+// A split as the sweep sees it: direction, moving groups, staying groups.
+using SplitKey = std::tuple<unsigned, std::vector<unsigned>, std::vector<unsigned>>;
+using SweepCache = std::map<SplitKey, SweepOutcome>;
+
+std::vector<unsigned> sortedGroups(const kxDisassemblyHierarchy& hierarchy, unsigned node)
+{
+    const kxDisassemblyHierarchy::tTreeNode& range = hierarchy.getNode(node);
+    std::vector<unsigned> groups;
+    for (unsigned k = range.start; k < range.start + range.noGroups; ++k)
+        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
+    std::sort(groups.begin(), groups.end());
+    return groups;
+}
+
+SplitKey splitKey(const kxDisassemblyHierarchy& hierarchy, unsigned node)
+{
+    const kxDisassemblyHierarchy::tTreeNode& split = hierarchy.getNode(node);
+    return {split.splitId, sortedGroups(hierarchy, split.secondChild), sortedGroups(hierarchy, split.firstChild)};
+}
+
+void remember(const kxDisassemblyHierarchy& hierarchy, const std::vector<SplitVerdict>& verdicts, SweepCache& cache)
+{
+    for (const SplitVerdict& verdict : verdicts)
+        cache.emplace(splitKey(hierarchy, verdict.node), verdict.sweep);
+}
+
+// The verdicts after the subtrees at `roots` were planned again: those of
+// splits outside them are kept, the others are looked up among the splits
+// swept before (a re-planned subtree mostly repeats them) or swept anew.
+std::vector<SplitVerdict> reverifySubtrees(const PlanVerifier& verifier, const kxDisassemblyHierarchy& hierarchy,
+                                           const std::vector<Wm4::Vector3<double>>& directions,
+                                           const std::vector<SplitVerdict>& previous,
+                                           const std::vector<unsigned>& roots, SweepCache& cache)
+{
+    std::vector<SplitVerdict> kept;
+    for (const SplitVerdict& verdict : previous) {
+        const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(verdict.node);
+        // A slot of a replanned subtree may now be unused (all ones) and so
+        // outside every subtree: only splits still in place are kept.
+        if (node.noGroups != kxDisassemblyHierarchy::kNoNode && !inSubtrees(hierarchy, roots, verdict.node))
+            kept.push_back(verdict);
+    }
+    std::vector<unsigned> nodes;
+    for (unsigned id = 0; id < hierarchy.getNoNodes(); ++id) {
+        const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(id);
+        if (node.noGroups != kxDisassemblyHierarchy::kNoNode && node.firstChild != kxDisassemblyHierarchy::kNoNode &&
+            inSubtrees(hierarchy, roots, id)) {
+            const auto known = cache.find(splitKey(hierarchy, id));
+            if (known != cache.end())
+                kept.push_back(SplitVerdict{id, node.splitId, known->second});
+            else
+                nodes.push_back(id);
+        }
+    }
+    std::vector<SplitVerdict> verdicts = verifier.verifySplits(hierarchy, directions, nodes);
+    remember(hierarchy, verdicts, cache);
+    verdicts.insert(verdicts.end(), kept.begin(), kept.end());
+    std::sort(verdicts.begin(), verdicts.end(), [](const auto& a, const auto& b) { return a.node < b.node; });
+    return verdicts;
+}
+
+}  // namespace
+
+RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const PlanVerifier& verifier,
+                              unsigned maxRounds)
+{
+    const kxDisassemblyHierarchy& hierarchy = builder.getHierarchy();
+    const std::vector<Wm4::Vector3<double>> directions = directionSet(builder.getContactDiagram());
+    std::set<std::tuple<unsigned, unsigned, unsigned>> learnt;  // (moving, staying, direction)
+    RepairOutcome outcome;
+    std::vector<unsigned> replanned;  // subtrees searched again in the last round
+    SweepCache cache;
+    for (;;) {
+        if (outcome.rounds == 0) {
+            outcome.verdicts = verifier.verifyHierarchy(hierarchy, directions);
+            remember(hierarchy, outcome.verdicts, cache);
+        } else {
+            outcome.verdicts = reverifySubtrees(verifier, hierarchy, directions, outcome.verdicts, replanned, cache);
+        }
+        if (++outcome.rounds == 1)
+            outcome.initiallyFailing = countFailing(outcome.verdicts);
+        if (outcome.rounds >= std::max(1u, maxRounds))
+            break;
+        std::vector<unsigned> replan;
+        for (const SplitVerdict& verdict : outcome.verdicts) {
+            bool learntHere = false;
+            for (const Collision& blocker : verdict.sweep.blockers) {
+                const auto key = std::make_tuple(blocker.movingGroup, blocker.stayingGroup, verdict.direction);
+                if (!learnt.insert(key).second)
+                    continue;
+                std::vector<unsigned> penalties{kHardBlocking};
+                builder.pushDistantConstraint(blocker.movingGroup, blocker.stayingGroup, {verdict.direction},
+                                              penalties);
+                ++outcome.learntConstraints;
+                learntHere = true;
+            }
+            if (learntHere)
+                replan.push_back(verdict.node);
+        }
+        if (replan.empty())
+            break;
+        // Search again only the outermost failing subtrees; the rest of the
+        // tree is copied back unchanged.
+        const std::vector<unsigned> failing = replan;
+        std::erase_if(replan, [&](unsigned node) {
+            return std::any_of(failing.begin(), failing.end(),
+                               [&](unsigned other) { return isAncestor(hierarchy, other, node); });
+        });
+        const kxDisassemblyHierarchy snapshot(hierarchy);
+        builder.initSolver();
+        builder.copyGroupsHierarchy(snapshot);
+        for (unsigned node : replan)
+            builder.computeGroupsHierarchy(node, nullptr);
+        replanned = replan;
+    }
+    const unsigned failing = countFailing(outcome.verdicts);
+    outcome.repaired = outcome.initiallyFailing > failing ? outcome.initiallyFailing - failing : 0;
+    return outcome;
+}
+
+std::vector<unsigned> stuckContacts(const kxContactDiagram& diagram)
+{
+    std::vector<unsigned> stuck;
+    for (unsigned e = 0; e < diagram.getNoContacts(); ++e)
+        if (diagram.getDisassemblyDirections(e).empty())
+            stuck.push_back(e);
+    return stuck;
+}
+
+}  // namespace velmora

@@ -1,0 +1,98 @@
+// The verification stage through the command line: a box standing on a base
+// with an identical copy of itself modelled in the same place.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "CliRun.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using json = nlohmann::json;
+
+// An OBJ object `name`: the box [lo, hi], its vertices numbered from `first`.
+std::string objBox(const std::string& name, const float lo[3], const float hi[3], unsigned first)
+{
+    std::ostringstream obj;
+    obj << "o " << name << "\n";
+    for (unsigned c = 0; c < 8; ++c)
+        obj << "v " << ((c & 1) ? hi[0] : lo[0]) << " " << ((c & 2) ? hi[1] : lo[1]) << " "
+            << ((c & 4) ? hi[2] : lo[2]) << "\n";
+    const unsigned faces[12][3] = {{0, 2, 3}, {0, 3, 1}, {4, 5, 7}, {4, 7, 6}, {0, 1, 5}, {0, 5, 4},
+                                   {2, 6, 7}, {2, 7, 3}, {0, 4, 6}, {0, 6, 2}, {1, 3, 7}, {1, 7, 5}};
+    for (const auto& f : faces)
+        obj << "f " << first + f[0] << " " << first + f[1] << " " << first + f[2] << "\n";
+    return obj.str();
+}
+
+class CliVerifyTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        dir = fs::temp_directory_path() /
+              ("velmora-cli-verify-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        std::ofstream obj(dir / "copies.obj");
+        const float baseLo[3] = {-2, -2, -1}, baseHi[3] = {4, 4, 0}, lo[3] = {0, 0, 0}, hi[3] = {2, 2, 1};
+        obj << objBox("base", baseLo, baseHi, 1) << objBox("box", lo, hi, 9) << objBox("copy", lo, hi, 17);
+        input = (dir / "copies.obj").string();
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    fs::path dir;
+    std::string input;
+};
+
+TEST_F(CliVerifyTest, PlanReportsSplitsVerifiedAndTheCopies)
+{
+    const auto report = (dir / "plan.json").string();
+    const cli_test::CliRun run = cli_test::run({"plan", input, "--threads", "1", "-o", report});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("velmora: warning: 2 parts interfere in the assembled pose: box/copy (1)\n"),
+              std::string::npos)
+        << run.err;
+    EXPECT_NE(run.err.find("velmora: warning: 1 pairs of parts are identical copies in the same place: box/copy\n"),
+              std::string::npos)
+        << run.err;
+
+    const json plan = json::parse(std::ifstream(report));
+    EXPECT_EQ(plan["duplicates"], json::parse(R"([{"groups": [1, 2], "names": ["box", "copy"]}])"));
+    ASSERT_EQ(plan["interferences"].size(), 1u);
+    EXPECT_EQ(plan["interferences"][0]["names"], json::parse(R"(["box", "copy"])"));
+    EXPECT_DOUBLE_EQ(plan["interferences"][0]["depth"].get<double>(), 1.0);
+    unsigned splits = 0;
+    for (const json& node : plan["hierarchy"]["nodes"]) {
+        if (node["split"].is_null())
+            continue;
+        ++splits;
+        EXPECT_TRUE(node["split"]["verified"].get<bool>()) << node.dump();
+        EXPECT_FALSE(node["split"].contains("blockedBy"));
+    }
+    EXPECT_EQ(plan["verification"]["splits"], splits);
+    EXPECT_EQ(plan["verification"]["verified"], splits);
+    EXPECT_EQ(plan["verification"]["unverified"], 0);
+    EXPECT_TRUE(plan["timings"].contains("verificationMs"));
+}
+
+TEST_F(CliVerifyTest, NoVerifyLeavesReportAndTerminalAsBefore)
+{
+    const auto report = (dir / "plan.json").string();
+    const cli_test::CliRun run = cli_test::run({"plan", input, "--threads", "1", "--no-verify", "-o", report});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err.find("warning"), std::string::npos) << run.err;
+    const json plan = json::parse(std::ifstream(report));
+    for (const char* key : {"verification", "interferences", "duplicates", "stuck"})
+        EXPECT_FALSE(plan.contains(key)) << key;
+    for (const json& node : plan["hierarchy"]["nodes"]) {
+        if (node["split"].is_null())
+            continue;
+        EXPECT_FALSE(node["split"].contains("verified"));
+    }
+}
+
+}  // namespace
