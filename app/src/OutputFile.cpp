@@ -81,14 +81,13 @@ OutputFile::OutputFile(const std::string& path, std::ostream& stdoutStream)
     name.insert(0, 1, '.');
     name.append(kTemporaryMarker).append("XXXXXX");
     std::string pattern = (folder / name).string();
-    const int fd = ::mkstemp(pattern.data());
+    const int fd = createRegisteredTemporaryFile(pattern, mSlot);
     if (fd < 0)
         throw InputError(path + ": cannot write in the folder '" + folder.string() + "': " + std::strerror(errno));
     ::fchmod(fd, exists ? (info.st_mode & 07777) : newFileMode());
     ::close(fd);
     mTarget = target.string();
     mTemporary = pattern;
-    mSlot = registerTemporaryFile(mTemporary.c_str());
     mFile.open(mTemporary, std::ios::binary | std::ios::trunc);
     if (!mFile) {
         ::unlink(mTemporary.c_str());

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 
@@ -58,6 +59,21 @@ int registerTemporaryFile(const char* path)
         }
     }
     return -1;
+}
+
+int createRegisteredTemporaryFile(std::string& pattern, int& slot)
+{
+    sigset_t interrupts, previous;
+    sigemptyset(&interrupts);
+    sigaddset(&interrupts, SIGINT);
+    sigaddset(&interrupts, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &interrupts, &previous);
+    const int fd = ::mkstemp(pattern.data());
+    const int error = errno;
+    slot = fd < 0 ? -1 : registerTemporaryFile(pattern.c_str());
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    errno = error;
+    return fd;
 }
 
 void unregisterTemporaryFile(int slot)

@@ -4,6 +4,8 @@
 // only calls unlink and _exit. Internal to the app layer.
 #pragma once
 
+#include <string>
+
 namespace velmora {
 
 // Registers `path` (at most a few at once); returns its slot, or -1 when the
@@ -11,5 +13,12 @@ namespace velmora {
 // its owner). Installs the handlers on first use.
 int registerTemporaryFile(const char* path);
 void unregisterTemporaryFile(int slot);
+
+// Creates a temporary file from the mkstemp `pattern` (rewritten with the
+// name made) and registers it, with SIGINT and SIGTERM held back in between
+// so that an interrupt never finds the file made but not yet registered.
+// Returns the open descriptor (or -1, errno set, when mkstemp fails) and the
+// slot in `slot`.
+int createRegisteredTemporaryFile(std::string& pattern, int& slot);
 
 }  // namespace velmora
