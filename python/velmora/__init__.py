@@ -10,6 +10,8 @@ direction set, the disassembly hierarchy, exploded views and removal steps.
 Every ``to_dict()`` is the report the ``velmora`` command-line tool writes.
 """
 
-from ._velmora import Assembly, ExplodedView, Plan, __version__, demo, demo_names, load, set_log
+from ._velmora import (Assembly, ExplodedView, Plan, Removal, __version__, demo, demo_names, load, set_log,
+                       viewer_built_in)
 
-__all__ = ["Assembly", "ExplodedView", "Plan", "__version__", "demo", "demo_names", "load", "set_log"]
+__all__ = ["Assembly", "ExplodedView", "Plan", "Removal", "__version__", "demo", "demo_names", "load", "set_log",
+           "viewer_built_in"]
