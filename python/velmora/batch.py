@@ -236,7 +236,7 @@ def parse_args(argv):
 
 def main(argv=None):
     args = parse_args(sys.argv[1:] if argv is None else argv)
-    if args.html and not viewer_built_in():
+    if args.html and not viewer_built_in:
         print("velmora: error: built without the viewer", file=sys.stderr)
         return 3
     try:
