@@ -295,12 +295,11 @@ void writePage(OutputFile& file, const ExplodeFlags& flags, const std::vector<un
     }
 }
 
-// Explodes a planned assembly with `options`, writes the GLB
-// and, when `reportFile` is given, `report` completed with the exploded
-// view; the same for the page when `pageFile` is given.
-void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, const ExplodeOptions& options,
-                       bool verbose, OutputFile* reportFile,
-                       Json report, std::ostream& err, OutputFile* pageFile = nullptr)
+// Explodes a planned assembly with `options`, writes the GLB and, when
+// `reportFile` is given, `report` completed with the exploded view; the same
+// for the page when `pageFile` is given.
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, const ExplodeOptions& options, bool verbose,
+                       OutputFile* reportFile, Json report, std::ostream& err, OutputFile* pageFile = nullptr)
 {
     kx::kxTimer timer;
     ExplodedView view;
@@ -345,8 +344,7 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     titled.title = explodedViewTitle(inputsTitle(inputs.inputs));
     titled.view.options.staticPose = explode.pose == "exploded";
     const ExplodeOptions options = resolveViewOptions(assembly, titled.view);
-    writeExplodedView(*plan, titled, options, flags.verbose,
-                      reportFile.get(), report, err, pageFile.get());
+    writeExplodedView(*plan, titled, options, flags.verbose, reportFile.get(), report, err, pageFile.get());
     return kExitOk;
 }
 

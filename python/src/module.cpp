@@ -2,6 +2,10 @@
 // files or numpy arrays, plans are the app's Plan, and every dictionary is
 // the app's own JSON report (the command-line tool's), parsed by Python.
 //
+// Views and removals take the command-line tool's defaults and resolve the
+// part kept still as it does (velmora/Deliverables.h), so their reports,
+// glTF files and pages are the tool's.
+//
 // The GIL is released while the library works; callbacks (progress, library
 // lines) take it back for the moment they run. InputError becomes OSError
 // (FileNotFoundError) when an input path does not exist and ValueError otherwise, with the
@@ -342,8 +346,7 @@ ViewRequest viewRequest(const PyPlan& p, const PyViewArgs& args)
     request.options.glb.lines = args.lines;
     request.options.glb.creaseAngle = args.creaseAngle;
     request.units = args.units;
-    if (metresPer(args.units) <= 0)
-        throw InputError("unknown unit " + args.units);
+    metresPer(args.units);  // an unknown unit fails before the work
     return request;
 }
 
@@ -410,18 +413,19 @@ PyRemoval removal(const PyPlan& p, const std::string& part, const PyViewArgs& ar
 // The view of the removal's steps and the report its page embeds.
 const RemovalView& removalView(PyRemoval& r)
 {
-    if (!r.view)
-        withoutGil([&] {
-            kx::kxTimer timer;
-            const std::lock_guard<std::mutex> lock(*r.plan.busy);
-            auto made = std::make_shared<RemovalView>(explodeRemoval(*r.plan.plan, r.request, r.removal));
-            Json report = r.report;
-            report.update(made->report);
-            report["timings"]["explodeMs"] = timer.getElapsedMs();
-            made->report = std::move(report);
-            r.view = std::move(made);
+    withoutGil([&] {
+        const std::lock_guard<std::mutex> lock(*r.plan.busy);
+        if (r.view)
             return 0;
-        });
+        kx::kxTimer timer;
+        auto made = std::make_shared<RemovalView>(explodeRemoval(*r.plan.plan, r.request, r.removal));
+        Json report = r.report;
+        report.update(made->report);
+        report["timings"]["explodeMs"] = timer.getElapsedMs();
+        made->report = std::move(report);
+        r.view = std::move(made);
+        return 0;
+    });
     return *r.view;
 }
 
