@@ -7,7 +7,9 @@ Plans the corpus (when ../shared/corpus is there) and 50 generated box
 stacks three ways: the velmora tool one assembly at a time, the Dask batch
 on one local worker, and on two; prints assemblies per minute for each.
 Then compares one assembly planned by the tool and through the binding
-(median of several runs, whole process and in-process). Wall-clock figures:
+(median of several runs, whole process and in-process) and one exploded view
+written by each (whole process). VELMORA_CORPUS overrides where the corpus
+is. Wall-clock figures:
 run it on a quiet machine.
 """
 
@@ -24,7 +26,7 @@ ROOT = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "python" / "tests"))
 from conftest import write_box_stack  # noqa: E402
 
-CORPUS = ROOT.parent / "shared" / "corpus"
+CORPUS = Path(os.environ.get("VELMORA_CORPUS", ROOT.parent / "shared" / "corpus"))
 
 
 def assemblies(workdir):
@@ -61,6 +63,13 @@ def main(cli):
                                  for _ in range(runs))
         binding = statistics.median(timed([sys.executable, "-c", script]) for _ in range(runs))
         print(f"one assembly ({Path(one).name}), whole process: tool {tool * 1000:.0f} ms, "
+              f"python {binding * 1000:.0f} ms ({100 * (binding / tool - 1):+.1f}%)")
+
+        glb = str(work / "one.glb")
+        script = f"import velmora; velmora.load({one!r}).plan(threads=1).explode().save_glb({glb!r})"
+        tool = statistics.median(timed([cli, "explode", one, "--threads", "1", "-o", glb]) for _ in range(runs))
+        binding = statistics.median(timed([sys.executable, "-c", script]) for _ in range(runs))
+        print(f"one exploded view ({Path(one).name}), whole process: tool {tool * 1000:.0f} ms, "
               f"python {binding * 1000:.0f} ms ({100 * (binding / tool - 1):+.1f}%)")
 
         import velmora

@@ -12,6 +12,7 @@
 #include "VelmoraVersion.h"
 #include "kxSystem.h"
 #include "velmora/DemoAssemblies.h"
+#include "velmora/Deliverables.h"
 #include "velmora/Explode.h"
 #include "velmora/Import.h"
 #include "velmora/LogSink.h"
@@ -65,22 +66,12 @@ struct PlanFlags {
     bool lockZeroArea = false;
 };
 
-// The command line's defaults: timing by travel.
-ExplodeOptions defaultExplodeOptions()
-{
-    ExplodeOptions options;
-    options.speed = 0.8f;
-    return options;
-}
-
 struct ExplodeFlags {
     std::string glb;
     std::string html;
     std::string report;
     std::string pose = "animated";
-    std::string fix;            // the part kept still; empty: the largest
-    std::string units = "mm";   // of inputs that do not state theirs
-    ExplodeOptions options = defaultExplodeOptions();
+    ViewRequest view;           // what stays still, the unit, the library's options
     std::string title;          // of the page
 };
 
@@ -155,18 +146,18 @@ void addPlanFlags(CLI::App& command, PlanFlags& flags, bool hierarchy)
 // How the view is written: shared by the commands that write one.
 void addViewFlags(CLI::App& command, ExplodeFlags& flags)
 {
-    command.add_option("--fix", flags.fix, "The part that stays still (default: the largest)")->type_name("PART");
-    command.add_option("--units", flags.units, "Length unit of inputs that do not state one")
+    command.add_option("--fix", flags.view.fix, "The part that stays still (default: the largest)")->type_name("PART");
+    command.add_option("--units", flags.view.units, "Length unit of inputs that do not state one")
         ->check(CLI::IsMember({"mm", "cm", "m", "in"}))
         ->capture_default_str();
-    command.add_flag("--compress,!--no-compress", flags.options.glb.compress,
+    command.add_flag("--compress,!--no-compress", flags.view.options.glb.compress,
                      "Quantised, meshopt-compressed geometry (--no-compress: plain floats for any viewer)")
         ->capture_default_str();
-    command.add_flag("--lines", flags.options.glb.lines, "A line from every moving part's place to its exploded one");
-    command.add_option("--crease-angle", flags.options.glb.creaseAngle, "Degrees between faces above which edges stay sharp")
+    command.add_flag("--lines", flags.view.options.glb.lines, "A line from every moving part's place to its exploded one");
+    command.add_option("--crease-angle", flags.view.options.glb.creaseAngle, "Degrees between faces above which edges stay sharp")
         ->check(CLI::Range(0.0f, 180.0f))
         ->capture_default_str();
-    command.add_option("--speed", flags.options.speed,
+    command.add_option("--speed", flags.view.options.speed,
                        "Travel per second in diagonals of the assembly (0: one second per split)")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
@@ -174,15 +165,15 @@ void addViewFlags(CLI::App& command, ExplodeFlags& flags)
 
 void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
 {
-    command.add_option("--policy", flags.options.policy,
+    command.add_option("--policy", flags.view.options.policy,
                        "Animation schedule: 0 one split at a time, 1 by depth, 2 independent splits together")
         ->check(wholeNumberFrom(0, 2))
         ->capture_default_str();
-    command.add_option("--play-style", flags.options.playStyle,
+    command.add_option("--play-style", flags.view.options.playStyle,
                        "0 assemble, 1 explode, 2 assemble and back, 3 explode and back")
         ->check(wholeNumberFrom(0, 3))
         ->capture_default_str();
-    command.add_option("--split-distance", flags.options.splitDistance,
+    command.add_option("--split-distance", flags.view.options.splitDistance,
                        "Gap between the two sides of every split (0: a tenth of the bounds' diagonal)")
         ->check(numberFrom(0, kLongestSplitDistance))
         ->capture_default_str();
@@ -339,26 +330,13 @@ void writePage(OutputFile& file, const ExplodeFlags& flags, const std::vector<un
     }
 }
 
-// A page title naming the inputs.
-std::string inputsTitle(const InputFlags& inputs)
+// Explodes a planned assembly with `options` and writes what was opened for
+// it: the GLB to `glbFile`, `report` completed with the exploded view to
+// `reportFile`, and the page to `pageFile` (each may be null).
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, const ExplodeOptions& options, bool verbose,
+                       OutputFile* glbFile, OutputFile* reportFile, Json report, std::ostream& err,
+                       OutputFile* pageFile = nullptr)
 {
-    const std::string first = std::filesystem::path(inputs.inputs.front()).filename().string();
-    return inputs.inputs.size() == 1 ? first : first + " and " + std::to_string(inputs.inputs.size() - 1) + " more";
-}
-
-// Explodes a planned assembly and writes what was opened for it: the GLB to
-// `glbFile`, `report` completed with the exploded view to `reportFile`, and
-// the page to `pageFile` (each may be null).
-void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* glbFile,
-                       OutputFile* reportFile, Json report, std::ostream& err, OutputFile* pageFile = nullptr)
-{
-    ExplodeOptions options = flags.options;
-    options.staticPose = flags.pose == "exploded";
-    const Assembly& assembly = plan.assembly();
-    if (!flags.fix.empty())
-        options.base = int(groupOfPart(assembly, findPart(assembly, flags.fix)));
-    options.glb.units = assembly.units.empty() ? flags.units : assembly.units;
-    options.glb.zUp = isZUp(assembly);
     kx::kxTimer timer;
     ExplodedView view;
     {
@@ -398,58 +376,19 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, out);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
-    if (!explode.fix.empty())
-        findPart(assembly, explode.fix);  // an unknown name fails before the planning
+    if (!explode.view.fix.empty())
+        findPart(assembly, explode.view.fix);  // an unknown name fails before the planning
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     Json report = inputsJson(inputs);
     report["timings"]["importMs"] = importMs;
     ExplodeFlags titled = explode;
-    titled.title = inputsTitle(inputs) + ": exploded view";
-    writeExplodedView(*plan, titled, flags.verbose, glbFile.get(), reportFile.get(), report, err, pageFile.get());
+    titled.title = explodedViewTitle(inputsTitle(inputs.inputs));
+    titled.view.options.staticPose = explode.pose == "exploded";
+    const ExplodeOptions options = resolveViewOptions(assembly, titled.view);
+    writeExplodedView(*plan, titled, options, flags.verbose, glbFile.get(), reportFile.get(), report, err,
+                      pageFile.get());
     return kExitOk;
-}
-
-// The instructions as a numbered list for people.
-void printRemovalInstructions(const Assembly& assembly, const RemovalProcedure& removal, unsigned base,
-                              const std::vector<RemovalInstruction>& instructions, std::ostream& out)
-{
-    const size_t n = instructions.size();
-    out << "Taking out " << assembly.parts[removal.part].name << " (" << describeParts(assembly, {base})
-        << " stays in place): " << n << (n == 1 ? " step" : " steps") << "\n";
-    for (size_t s = 0; s < n; ++s) {
-        const RemovalInstruction& step = instructions[s];
-        out << "  " << s + 1 << ". take out " << describeParts(assembly, step.groups);
-        if (step.direction.Length() > 0)
-            out << " along " << describeDirection(step.direction);
-        out << "\n";
-    }
-}
-
-Json instructionsJson(const Assembly& assembly, const std::vector<RemovalInstruction>& instructions)
-{
-    Json out = Json::array();
-    for (size_t s = 0; s < instructions.size(); ++s) {
-        const RemovalInstruction& step = instructions[s];
-        out.push_back({{"step", s + 1},
-                       {"groups", step.groups},
-                       {"parts", partNamesOf(assembly, step.groups)},
-                       {"direction", {step.direction[0], step.direction[1], step.direction[2]}},
-                       {"target", step.target}});
-    }
-    return out;
-}
-
-// The group kept still while a part is taken out: --fix's, else the default.
-unsigned removalBaseGroup(const Assembly& assembly, unsigned part, const std::string& fix)
-{
-    const unsigned target = groupOfPart(assembly, part);
-    if (fix.empty())
-        return removalBase(assembly, target);
-    const unsigned base = groupOfPart(assembly, findPart(assembly, fix));
-    if (base == target && assembly.groups.size() > 1)
-        throw InputError("the part to take out cannot stay in place: --fix names a part that moves with it");
-    return base;
 }
 
 int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
@@ -462,23 +401,21 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     const unsigned part = findPart(assembly, remove.part);
-    const unsigned base = removalBaseGroup(assembly, part, remove.view.fix);
+    const unsigned base = removalBaseGroup(assembly, part, remove.view.view.fix);
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
     timer.reset();
-    RemovalProcedure removal;
+    RemovalPlan removal;
     {
         LibraryOutput lines(flags.verbose);
-        removal = planRemoval(*plan, part, !remove.glb.empty() || pageFile);
+        removal = planRemovalFor(*plan, part, base, !remove.glb.empty() || pageFile);
     }
     const double removalMs = timer.getElapsedMs();
-    const std::vector<RemovalInstruction> instructions = removalInstructions(*plan, removal, base);
     const bool listToStdout = remove.report != "-" && remove.glb != "-" && remove.html != "-";
-    printRemovalInstructions(assembly, removal, base, instructions, listToStdout ? out : err);
+    (listToStdout ? out : err) << removalInstructionsText(assembly, removal);
     Json report = inputsJson(inputs);
-    report.update(removalReport(*plan, removal));
-    report["removal"]["base"] = partNamesOf(assembly, {base});
-    report["removal"]["instructions"] = instructionsJson(assembly, instructions);
+    report.update(removalReport(*plan, removal.procedure));
+    addRemovalInstructions(report, assembly, removal);
     report["timings"]["importMs"] = importMs;
     report["timings"]["removalMs"] = removalMs;
     if (reportFile)
@@ -487,12 +424,9 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
         ExplodeFlags steps = remove.view;
         steps.glb = remove.glb;
         steps.html = remove.html;
-        steps.title = inputsTitle(inputs) + ": taking out " + assembly.parts[part].name;
-        steps.fix.clear();
-        steps.options.base = int(base);
-        steps.options.policy = 0;  // one step after the other
-        steps.options.glb.animationName = "remove " + assembly.parts[part].name;
-        writeExplodedView(*plan, steps, flags.verbose, glbFile.get(), nullptr, report, err, pageFile.get());
+        steps.title = removalTitle(inputsTitle(inputs.inputs), assembly, removal);
+        const ExplodeOptions options = removalViewOptions(assembly, steps.view, removal);
+        writeExplodedView(*plan, steps, options, flags.verbose, glbFile.get(), nullptr, report, err, pageFile.get());
     }
     return kExitOk;
 }
@@ -516,7 +450,7 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     ExplodeFlags explode;
     explode.glb = viewPath;
     explode.html = output != "-" && viewerBuiltIn() ? besideReport(output, ".html") : "";
-    explode.title = name + ": exploded view";
+    explode.title = explodedViewTitle(name);
     checkOutputs({}, {output, viewPath, explode.html});
     OutputFile file(output, out);
     const std::unique_ptr<OutputFile> viewFile = openOptionalOutput(viewPath, out);
@@ -533,8 +467,11 @@ int runDemo(const std::string& name, bool list, const PlanFlags& flags, const st
     err << "velmora: " << name << ": " << assembly.parts.size() << " parts, " << plan->diagram().getNoContacts()
         << " contacts, " << splits << " splits, "
         << plan->builder().getNoDistantConstraints() << " distant blocking constraints\n";
-    if (viewFile || pageFile)
-        writeExplodedView(*plan, explode, flags.verbose, viewFile.get(), nullptr, report, err, pageFile.get());
+    if (viewFile || pageFile) {
+        const ExplodeOptions options = resolveViewOptions(assembly, explode.view);
+        writeExplodedView(*plan, explode, options, flags.verbose, viewFile.get(), nullptr, report, err,
+                          pageFile.get());
+    }
     writeJson(report, file);
     return kExitOk;
 }

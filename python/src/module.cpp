@@ -2,6 +2,10 @@
 // files or numpy arrays, plans are the app's Plan, and every dictionary is
 // the app's own JSON report (the command-line tool's), parsed by Python.
 //
+// Views and removals take the command-line tool's defaults and resolve the
+// part kept still as it does (velmora/Deliverables.h), so their reports,
+// glTF files and pages are the tool's.
+//
 // The GIL is released while the library works; callbacks (progress, library
 // lines) take it back for the moment they run. InputError becomes OSError
 // (FileNotFoundError) when an input path does not exist and ValueError otherwise, with the
@@ -14,16 +18,19 @@
 #include <algorithm>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 
 #include "VelmoraVersion.h"
 #include "kxSystem.h"
 #include "velmora/DemoAssemblies.h"
+#include "velmora/Deliverables.h"
 #include "velmora/Explode.h"
 #include "velmora/Import.h"
 #include "velmora/LogSink.h"
 #include "velmora/MeshAssembly.h"
 #include "velmora/Removal.h"
 #include "velmora/Report.h"
+#include "velmora/ViewerPage.h"
 
 namespace py = pybind11;
 
@@ -35,6 +42,7 @@ struct PyAssembly {
     Assembly assembly;
     Json origin = Json::object();  // {"inputs", "groupBy"} for files; empty for meshes
     double importMs = 0;
+    std::string subject = "assembly";  // what page titles call it
 };
 
 // Exploding and removal attach animation to the plan's meshes, so one plan
@@ -43,12 +51,24 @@ struct PyPlan {
     std::shared_ptr<Plan> plan;
     Json origin;
     double importMs = 0;
+    std::string subject;
+    std::string fix;  // the part views keep still unless they name another
     std::shared_ptr<std::mutex> busy = std::make_shared<std::mutex>();
 };
 
 struct PyExplodedView {
     ExplodedView view;
     Json report;
+    std::string title;
+};
+
+// A removal and what shows it: the view is made on first use, from the plan.
+struct PyRemoval {
+    PyPlan plan;
+    RemovalPlan removal;
+    ViewRequest request;
+    Json report;
+    std::shared_ptr<RemovalView> view;
 };
 
 py::object parseJson(const Json& json)
@@ -79,15 +99,21 @@ std::vector<std::string> pathList(const py::object& paths)
     return list;
 }
 
-PyAssembly load(const py::object& paths, const std::string& groupBy)
+PyAssembly load(const py::object& paths, const std::string& groupBy, double deflection, double angularDeflection)
 {
     const std::vector<std::string> inputs = pathList(paths);
     PyAssembly result;
     kx::kxTimer timer;
     try {
-        const GroupBy mode = parseGroupBy(groupBy);
+        ImportOptions options;
+        options.groupBy = parseGroupBy(groupBy);
+        options.groupLevel = parseGroupLevel(groupBy);
+        options.deflection = deflection;
+        options.angularDeflection = angularDeflection;
+        if (!(deflection >= 0) || !(angularDeflection >= 0 && angularDeflection <= 90))
+            throw InputError("the deflection must be at least 0 and the angular deflection 0 to 90 degrees");
         py::gil_scoped_release release;
-        result.assembly = importAssembly(inputs, {mode});
+        result.assembly = importAssembly(inputs, options);
     } catch (const InputError& e) {
         std::error_code ec;
         const bool missing = std::any_of(inputs.begin(), inputs.end(),
@@ -97,6 +123,7 @@ PyAssembly load(const py::object& paths, const std::string& groupBy)
     }
     result.importMs = timer.getElapsedMs();
     result.origin = {{"inputs", inputs}, {"groupBy", groupBy}};
+    result.subject = inputsTitle(inputs);
     return result;
 }
 
@@ -162,6 +189,7 @@ PyAssembly demo(const std::string& name)
     result.assembly = withoutGil([&] { return makeDemoAssembly(name); });
     result.importMs = timer.getElapsedMs();
     result.origin = {{"demo", name}};
+    result.subject = name;
     return result;
 }
 
@@ -247,7 +275,7 @@ std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly,
 }
 
 PyPlan plan(const PyAssembly& a, unsigned threads, bool distant, const std::vector<std::vector<std::string>>& keep,
-            float angleTolerance, const py::object& progress)
+            float angleTolerance, const py::object& progress, const std::optional<std::string>& fix)
 {
     std::unique_ptr<PythonProgress> notifier;
     PlanOptions options;
@@ -263,7 +291,11 @@ PyPlan plan(const PyAssembly& a, unsigned threads, bool distant, const std::vect
     PyPlan result;
     result.origin = a.origin;
     result.importMs = a.importMs;
+    result.subject = a.subject;
+    result.fix = fix.value_or("");
     result.plan = withoutGil([&] {
+        if (!result.fix.empty())
+            findPart(a.assembly, result.fix);  // an unknown name fails before the planning
         options.keepTogether = keepTogetherGroups(a.assembly, keep);
         return std::shared_ptr<Plan>(planAssembly(a.assembly, options));
     });
@@ -295,16 +327,42 @@ py::array_t<double> directionsArray(const kxContactDiagram& diagram)
     return out;
 }
 
-PyExplodedView explode(const PyPlan& p, unsigned policy, unsigned playStyle, float splitDistance, bool staticPose)
+// The view options the command-line tool's flags of the same names set.
+struct PyViewArgs {
+    std::optional<std::string> fix;
+    float speed;
+    bool compress;
+    bool lines;
+    float creaseAngle;
+    std::string units;
+};
+
+ViewRequest viewRequest(const PyPlan& p, const PyViewArgs& args)
 {
-    ExplodeOptions options;
-    options.policy = policy;
-    options.playStyle = playStyle;
-    options.splitDistance = splitDistance;
-    options.staticPose = staticPose;
+    ViewRequest request;
+    request.fix = args.fix.value_or(p.fix);
+    request.options.speed = args.speed;
+    request.options.glb.compress = args.compress;
+    request.options.glb.lines = args.lines;
+    request.options.glb.creaseAngle = args.creaseAngle;
+    request.units = args.units;
+    metresPer(args.units);  // an unknown unit fails before the work
+    return request;
+}
+
+PyExplodedView explode(const PyPlan& p, unsigned policy, unsigned playStyle, float splitDistance, bool staticPose,
+                       const PyViewArgs& args)
+{
     PyExplodedView result;
     kx::kxTimer timer;
+    ExplodeOptions options;
     result.view = withoutGil([&] {
+        ViewRequest request = viewRequest(p, args);
+        request.options.policy = policy;
+        request.options.playStyle = playStyle;
+        request.options.splitDistance = splitDistance;
+        request.options.staticPose = staticPose;
+        options = resolveViewOptions(p.plan->assembly(), request);
         const std::lock_guard<std::mutex> lock(*p.busy);
         return explodeAssembly(*p.plan, options);
     });
@@ -314,6 +372,7 @@ PyExplodedView explode(const PyPlan& p, unsigned policy, unsigned playStyle, flo
         result.report["timings"]["importMs"] = p.importMs;
     result.report.update(explodeReport(*p.plan, result.view, options));
     result.report["timings"]["explodeMs"] = explodeMs;
+    result.title = explodedViewTitle(p.subject);
     return result;
 }
 
@@ -327,16 +386,70 @@ py::array_t<double> offsetsArray(const ExplodedView& view)
     return out;
 }
 
-py::object removal(PyPlan& p, const std::string& part)
+PyRemoval removal(const PyPlan& p, const std::string& part, const PyViewArgs& args)
 {
-    const Json report = withoutGil([&] {
+    PyRemoval result;
+    result.plan = p;
+    kx::kxTimer timer;
+    withoutGil([&] {
+        result.request = viewRequest(p, args);
+        const Assembly& assembly = p.plan->assembly();
+        const unsigned index = findPart(assembly, part);
+        const unsigned base = removalBaseGroup(assembly, index, result.request.fix);
         const std::lock_guard<std::mutex> lock(*p.busy);
-        const unsigned index = findPart(p.plan->assembly(), part);
-        Json r = p.origin;
-        r.update(removalReport(*p.plan, planRemoval(*p.plan, index, false)));
-        return r;
+        result.removal = planRemovalFor(*p.plan, index, base, false);
+        return 0;
     });
-    return parseJson(report);
+    const double removalMs = timer.getElapsedMs();
+    result.report = p.origin;
+    result.report.update(removalReport(*p.plan, result.removal.procedure));
+    addRemovalInstructions(result.report, p.plan->assembly(), result.removal);
+    if (!p.origin.empty())
+        result.report["timings"]["importMs"] = p.importMs;
+    result.report["timings"]["removalMs"] = removalMs;
+    return result;
+}
+
+// The view of the removal's steps and the report its page embeds.
+const RemovalView& removalView(PyRemoval& r)
+{
+    withoutGil([&] {
+        const std::lock_guard<std::mutex> lock(*r.plan.busy);
+        if (r.view)
+            return 0;
+        kx::kxTimer timer;
+        auto made = std::make_shared<RemovalView>(explodeRemoval(*r.plan.plan, r.request, r.removal));
+        Json report = r.report;
+        report.update(made->report);
+        report["timings"]["explodeMs"] = timer.getElapsedMs();
+        made->report = std::move(report);
+        r.view = std::move(made);
+        return 0;
+    });
+    return *r.view;
+}
+
+std::string removalPageTitle(const PyRemoval& r)
+{
+    return removalTitle(r.plan.subject, r.plan.plan->assembly(), r.removal);
+}
+
+// Writes the viewer page; the file appears only when complete.
+void savePage(const std::string& title, const std::vector<unsigned char>& glb, const Json& report,
+              const py::object& path)
+{
+    const std::string file = pathList(path).front();
+    withoutGil([&] {
+        const std::string page = viewerPage(title, glb, report);
+        writeGlbFile(std::vector<unsigned char>(page.begin(), page.end()), file);
+        return 0;
+    });
+}
+
+void saveGlb(const std::vector<unsigned char>& glb, const py::object& path)
+{
+    const std::string file = pathList(path).front();
+    withoutGil([&] { writeGlbFile(glb, file); return 0; });
 }
 
 // True while the library's sink calls into Python: it must go before the
@@ -368,6 +481,7 @@ void dropPythonSink()
 PYBIND11_MODULE(_velmora, m)
 {
     using namespace velmora;
+    const ViewRequest defaults;
     m.doc() = "Plans how a mechanical assembly comes apart from its part meshes.";
     m.attr("__version__") = Velmora::Version::GetDescStringMajorMinorReleaseRevision(false);
 
@@ -382,10 +496,10 @@ PYBIND11_MODULE(_velmora, m)
              "The command-line tool's `info` report (without timings).")
         .def("plan", &plan, py::kw_only(), py::arg("threads") = 0u, py::arg("distant") = true,
              py::arg("keep_together") = std::vector<std::vector<std::string>>{}, py::arg("angle_tolerance") = 5.0f,
-             py::arg("progress") = py::none(),
+             py::arg("progress") = py::none(), py::arg("fix") = py::none(),
              "Plans the contacts, removal directions and disassembly hierarchy (the GIL is released).\n"
              "`keep_together`: lists of part names that come out as one sub-assembly. `progress`: called\n"
-             "with (stage, fraction).");
+             "with (stage, fraction). `fix`: the part the plan's views keep still (default: the largest).");
 
     py::class_<PyPlan>(m, "Plan", "A planned assembly.")
         .def("to_dict", [](const PyPlan& p) { return parseJson(fullPlanReport(p)); },
@@ -396,10 +510,50 @@ PYBIND11_MODULE(_velmora, m)
         .def_property_readonly("directions", [](const PyPlan& p) { return directionsArray(p.plan->diagram()); },
                                "The direction set: one unit row per line (the report's `directions`).")
         .def_property_readonly("hierarchy", [](const PyPlan& p) { return parseJson(planReport(*p.plan)["hierarchy"]["nodes"]); })
-        .def("explode", &explode, py::kw_only(), py::arg("policy") = 2u, py::arg("play_style") = 1u,
-             py::arg("split_distance") = 0.0f, py::arg("static") = false,
-             "The exploded view: per-group offsets, the animation and its binary glTF.")
-        .def("remove", &removal, py::arg("part"), "The `remove` report of taking out the named part.");
+        .def("explode",
+             [](const PyPlan& p, unsigned policy, unsigned playStyle, float splitDistance, bool staticPose,
+                const std::optional<std::string>& fix, float speed, bool compress, bool lines, float creaseAngle,
+                const std::string& units) {
+                 return explode(p, policy, playStyle, splitDistance, staticPose,
+                                {fix, speed, compress, lines, creaseAngle, units});
+             },
+             py::kw_only(), py::arg("policy") = defaults.options.policy,
+             py::arg("play_style") = defaults.options.playStyle, py::arg("split_distance") = 0.0f,
+             py::arg("static") = false, py::arg("fix") = py::none(), py::arg("speed") = defaults.options.speed,
+             py::arg("compress") = defaults.options.glb.compress, py::arg("lines") = defaults.options.glb.lines,
+             py::arg("crease_angle") = defaults.options.glb.creaseAngle, py::arg("units") = defaults.units,
+             "The exploded view, as `velmora explode` makes it with the flags of the same names: per-group\n"
+             "offsets, the animation and its binary glTF. `fix`: the part kept still (default: the plan's).")
+        .def("remove",
+             [](const PyPlan& p, const std::string& part, const std::optional<std::string>& fix, float speed,
+                bool compress, bool lines, float creaseAngle, const std::string& units) {
+                 return removal(p, part, {fix, speed, compress, lines, creaseAngle, units});
+             },
+             py::arg("part"), py::kw_only(), py::arg("fix") = py::none(), py::arg("speed") = defaults.options.speed,
+             py::arg("compress") = defaults.options.glb.compress, py::arg("lines") = defaults.options.glb.lines,
+             py::arg("crease_angle") = defaults.options.glb.creaseAngle, py::arg("units") = defaults.units,
+             "Taking out the named part, as `velmora remove` plans it: the instructions, the report and\n"
+             "the view of the steps (the view options are those of explode()).");
+
+    py::class_<PyRemoval>(m, "Removal", "The steps that take one part out, as instructions for a person.")
+        .def_property_readonly("instructions", [](const PyRemoval& r) { return parseJson(r.report["removal"]["instructions"]); },
+                               "One dictionary per step: what moves (`parts`, `groups`) and its `direction`.")
+        .def_property_readonly("base", [](const PyRemoval& r) { return parseJson(r.report["removal"]["base"]); },
+                               "The parts that stay in place.")
+        .def_property_readonly("text", [](const PyRemoval& r) {
+            return removalInstructionsText(r.plan.plan->assembly(), r.removal);
+        }, "The numbered steps as `velmora remove` prints them.")
+        .def("to_dict", [](const PyRemoval& r) { return parseJson(r.report); },
+             "The command-line tool's `remove -o` report.")
+        .def("to_json", [](const PyRemoval& r) { return r.report.dump(2) + "\n"; },
+             "The `remove -o` report as the command-line tool writes it.")
+        .def("save_glb", [](PyRemoval& r, const py::object& path) { saveGlb(removalView(r).view.glb, path); },
+             py::arg("path"), "Writes the steps as an animated binary glTF (`remove --gltf`).")
+        .def("save_html", [](PyRemoval& r, const py::object& path) {
+            const RemovalView& view = removalView(r);
+            savePage(removalPageTitle(r), view.view.glb, view.report, path);
+        }, py::arg("path"), "Writes the steps as a self-contained HTML page (`remove --html`); raises\n"
+                            "ValueError \"built without the viewer\" in builds without it.");
 
     py::class_<PyExplodedView>(m, "ExplodedView")
         .def_property_readonly("offsets", [](const PyExplodedView& v) { return offsetsArray(v.view); })
@@ -409,13 +563,19 @@ PYBIND11_MODULE(_velmora, m)
              "The command-line tool's `explode --report` report.")
         .def("to_json", [](const PyExplodedView& v) { return v.report.dump(2) + "\n"; },
              "The `explode --report` report as the command-line tool writes it.")
-        .def("save_glb", [](const PyExplodedView& v, const py::object& path) {
-            const std::string file = pathList(path).front();
-            withoutGil([&] { writeGlbFile(v.view.glb, file); return 0; });
-        }, py::arg("path"), "Writes the binary glTF; the file appears only when complete.");
+        .def("save_glb", [](const PyExplodedView& v, const py::object& path) { saveGlb(v.view.glb, path); },
+             py::arg("path"), "Writes the binary glTF; the file appears only when complete.")
+        .def("save_html", [](const PyExplodedView& v, const py::object& path) {
+            savePage(v.title, v.view.glb, v.report, path);
+        }, py::arg("path"), "Writes the self-contained HTML page (`explode --html`); raises ValueError\n"
+                            "\"built without the viewer\" in builds without it.");
 
-    m.def("load", &load, py::arg("paths"), py::arg("group_by") = "mesh",
-          "Reads files or folders (a folder is one part per file) into one assembly.");
+    m.def("load", &load, py::arg("paths"), py::arg("group_by") = "mesh", py::arg("deflection") = 0.0,
+          py::arg("angular_deflection") = 0.0,
+          "Reads files or folders (a folder is one part per file) into one assembly. `group_by`: mesh,\n"
+          "node, file, subassembly or level:N. STEP/IGES tessellation: `deflection` (largest chord error\n"
+          "in mm, 0: relative to each solid's size), `angular_deflection` (degrees, 0: 10).");
+    m.attr("viewer_built_in") = viewerBuiltIn();
     m.def("demo", &demo, py::arg("name"), "A built-in sample assembly, as `velmora demo NAME` plans it.");
     m.def("demo_names", &demoAssemblyNames, "The names of the built-in sample assemblies.");
     m.def("set_log", &setLogCallback, py::arg("callback"),

@@ -52,7 +52,7 @@ def test_file_reports_equal_the_tools(cli, tmp_path, source):
     # Taking out the last part.
     part = velmora.load(str(path)).parts[-1]
     expected = cli_report(cli, "remove", path, "--threads", 2, "--part", part)
-    assert without_timings(plan.remove(part)) == without_timings(expected)
+    assert without_timings(plan.remove(part).to_dict()) == without_timings(expected)
 
 
 def test_arrays_and_properties_are_the_reports():
@@ -80,11 +80,15 @@ def test_two_cubes_face_to_face():
     assert root["groups"] == [0, 1]
     assert root["split"]["direction"] == [0, 0, -1]
     assert plan.hierarchy[root["split"]["moving"]]["names"] == ["lower"]
-    # Split distance: a tenth of the bounds' diagonal (1 x 1 x 2), all of it on the lower cube.
+    # Split distance: a tenth of the bounds' diagonal (1 x 1 x 2). The cubes tie for the
+    # largest part, the first one (lower) stays still, so the upper one moves up.
     view = plan.explode()
     assert view.split_distance == pytest.approx(np.sqrt(6) / 10, rel=1e-6)
-    assert view.offsets.tolist() == [[0, 0, -np.float32(view.split_distance)], [0, 0, 0]]
-    steps = plan.remove("upper")["removal"]["steps"]
+    assert view.offsets.tolist() == [[0, 0, 0], [0, 0, np.float32(view.split_distance)]]
+    # Kept still by name, the upper one stays and the lower one moves down.
+    fixed = plan.explode(fix="upper")
+    assert fixed.offsets.tolist() == [[0, 0, -np.float32(view.split_distance)], [0, 0, 0]]
+    steps = plan.remove("upper").to_dict()["removal"]["steps"]
     assert [(s["parts"], s["direction"], s["target"]) for s in steps] == \
         [(["lower"], [0, 0, -1], False), (["upper"], None, True)]
 

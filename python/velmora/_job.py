@@ -1,8 +1,9 @@
 """One assembly of a batch, run in a process of its own.
 
-``python3 -m velmora._job INPUT OUTDIR NAME THREADS EXPLODE`` plans INPUT,
+``python3 -m velmora._job INPUT OUTDIR NAME THREADS EXPLODE HTML`` plans INPUT,
 writes ``NAME.json`` (the command-line tool's ``plan`` report) and, with
-EXPLODE ``1``, ``NAME.glb`` and ``NAME.explode.json`` first, each through a
+EXPLODE ``1``, ``NAME.glb`` and ``NAME.explode.json`` (with HTML ``1`` also
+the viewer page ``NAME.html``, as ``velmora explode --html`` writes it) first, each through a
 temporary file renamed into place, so an output that exists is complete.
 The plan report is written last: its presence marks the assembly done.
 On success it prints one JSON line (parts, contacts, splits); on bad input
@@ -44,7 +45,7 @@ def count_splits(report):
     return sum(1 for node in report["hierarchy"]["nodes"] if node["split"] is not None)
 
 
-def run(source, outdir, name, threads, explode):
+def run(source, outdir, name, threads, explode, html=False):
     plan = velmora.load(source).plan(threads=threads)
     text = plan.to_json()
     report = json.loads(text)
@@ -52,14 +53,16 @@ def run(source, outdir, name, threads, explode):
         view = plan.explode()
         view.save_glb(os.path.join(outdir, name + ".glb"))  # appears only when complete
         write_text(os.path.join(outdir, name + ".explode.json"), view.to_json())
+        if html:
+            view.save_html(os.path.join(outdir, name + ".html"))  # appears only when complete
     write_text(os.path.join(outdir, name + ".json"), text)
     return {"parts": len(report["parts"]), "contacts": len(report["contacts"]), "splits": count_splits(report)}
 
 
 def main(argv):
-    source, outdir, name, threads, explode = argv
+    source, outdir, name, threads, explode, html = argv
     try:
-        row = run(source, outdir, name, int(threads), explode == "1")
+        row = run(source, outdir, name, int(threads), explode == "1", html == "1")
     except (ValueError, OSError) as error:
         print(f"velmora: error: {error}", file=sys.stderr)
         return 3

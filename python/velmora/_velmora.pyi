@@ -24,6 +24,28 @@ class ExplodedView:
     def to_json(self) -> str: ...
     def save_glb(self, path: PathLike) -> None:
         """Writes the binary glTF; the file appears only when complete."""
+    def save_html(self, path: PathLike) -> None:
+        """Writes the page ``explode --html`` writes; ValueError "built without the viewer"
+        in builds without it."""
+
+class Removal:
+    @property
+    def instructions(self) -> list[dict[str, Any]]:
+        """One step each: ``step``, ``groups``, ``parts`` (what moves), ``direction``, ``target``."""
+    @property
+    def base(self) -> list[str]:
+        """The parts that stay in place."""
+    @property
+    def text(self) -> str:
+        """The numbered steps as ``velmora remove`` prints them."""
+    def to_dict(self) -> dict[str, Any]:
+        """The command-line tool's ``remove -o`` report."""
+    def to_json(self) -> str: ...
+    def save_glb(self, path: PathLike) -> None:
+        """The steps as an animated binary glTF (``remove --gltf``)."""
+    def save_html(self, path: PathLike) -> None:
+        """The steps as a self-contained page (``remove --html``); ValueError
+        "built without the viewer" in builds without it."""
 
 class Plan:
     @property
@@ -40,9 +62,14 @@ class Plan:
     def to_json(self) -> str:
         """That report as the command-line tool writes it, byte for byte."""
     def explode(self, *, policy: int = 2, play_style: int = 1, split_distance: float = 0.0,
-                static: bool = False) -> ExplodedView: ...
-    def remove(self, part: str) -> dict[str, Any]:
-        """The ``remove`` report of taking out the named part."""
+                static: bool = False, fix: Optional[str] = None, speed: float = 0.8,
+                compress: bool = True, lines: bool = False, crease_angle: float = 30.0,
+                units: str = "mm") -> ExplodedView:
+        """The view ``velmora explode`` makes with the flags of the same names."""
+    def remove(self, part: str, *, fix: Optional[str] = None, speed: float = 0.8,
+               compress: bool = True, lines: bool = False, crease_angle: float = 30.0,
+               units: str = "mm") -> Removal:
+        """Taking out the named part, as ``velmora remove`` plans it."""
 
 class Assembly:
     @staticmethod
@@ -57,9 +84,14 @@ class Assembly:
     def to_dict(self) -> dict[str, Any]: ...
     def plan(self, *, threads: int = 0, distant: bool = True,
              keep_together: Sequence[Sequence[str]] = ..., angle_tolerance: float = 5.0,
-             progress: Optional[Callable[[str, float], None]] = None) -> Plan: ...
+             progress: Optional[Callable[[str, float], None]] = None,
+             fix: Optional[str] = None) -> Plan:
+        """``fix``: the part the plan's views keep still (default: the largest)."""
 
-def load(paths: Union[PathLike, Iterable[PathLike]], group_by: str = "mesh") -> Assembly:
+viewer_built_in: bool
+
+def load(paths: Union[PathLike, Iterable[PathLike]], group_by: str = "mesh",
+         deflection: float = 0.0, angular_deflection: float = 0.0) -> Assembly:
     """Reads files or folders into one assembly; OSError when a path does not exist,
     ValueError on other bad input."""
 

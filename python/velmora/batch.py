@@ -1,7 +1,7 @@
 """Plans many assemblies on a Dask cluster.
 
     python3 -m velmora.batch INPUT... -o OUTDIR [--scheduler ADDRESS]
-        [--workers N] [--threads-per-task K] [--explode]
+        [--workers N] [--threads-per-task K] [--explode [--html]]
 
 Every INPUT folder or mesh file is one assembly; a ``.txt`` INPUT is a
 manifest listing one such input per line (blank lines and ``#`` comments
@@ -11,8 +11,8 @@ skipped, relative paths taken from the manifest's folder). Without
 whose workers must have this package.
 
 For assembly NAME the batch writes ``OUTDIR/NAME.json`` (the ``velmora plan``
-report) and with ``--explode`` ``NAME.glb`` and ``NAME.explode.json``, each
-atomically; ``summary.json`` and ``summary.csv`` (assembly, parts, contacts,
+report) and with ``--explode`` ``NAME.glb`` and ``NAME.explode.json`` (with
+``--html`` also the viewer page ``NAME.html``), each atomically; ``summary.json`` and ``summary.csv`` (assembly, parts, contacts,
 splits, seconds, status, error) are rewritten as every result arrives.
 Assemblies whose outputs are complete are not planned again. Every assembly
 runs in a child process of the worker, so bad input or a crash in native
@@ -28,6 +28,8 @@ import os
 import subprocess
 import sys
 import time
+
+from ._velmora import viewer_built_in
 
 SUMMARY_FIELDS = ["assembly", "parts", "contacts", "splits", "seconds", "status", "error"]
 
@@ -65,14 +67,15 @@ def assembly_names(sources):
     return names
 
 
-def expected_outputs(outdir, name, explode):
+def expected_outputs(outdir, name, explode, html=False):
     names = [name + ".json"] + ([name + ".glb", name + ".explode.json"] if explode else [])
+    names += [name + ".html"] if html else []
     return [os.path.join(outdir, n) for n in names]
 
 
-def completed_row(outdir, name, explode, previous):
+def completed_row(outdir, name, explode, previous, html=False):
     """The summary row of an assembly whose outputs are all there, else None."""
-    if not all(os.path.isfile(p) for p in expected_outputs(outdir, name, explode)):
+    if not all(os.path.isfile(p) for p in expected_outputs(outdir, name, explode, html)):
         return None
     try:
         with open(os.path.join(outdir, name + ".json"), encoding="utf-8") as f:
@@ -87,10 +90,11 @@ def completed_row(outdir, name, explode, previous):
     return row
 
 
-def plan_assembly(source, outdir, name, threads, explode):
+def plan_assembly(source, outdir, name, threads, explode, html=False):
     """Dask task: plans one assembly in a child process and returns its summary row."""
     start = time.monotonic()
-    command = [sys.executable, "-m", "velmora._job", source, outdir, name, str(threads), "1" if explode else "0"]
+    command = [sys.executable, "-m", "velmora._job", source, outdir, name, str(threads),
+               "1" if explode else "0", "1" if html else "0"]
     child = subprocess.run(command, capture_output=True, text=True)
     row = {"assembly": name, "parts": None, "contacts": None, "splits": None,
            "seconds": round(time.monotonic() - start, 3), "status": "ok", "error": ""}
@@ -177,7 +181,7 @@ def run_batch(args):
     previous = read_previous_summary(args.output)
     rows, todo = {}, []
     for source, name in zip(sources, names):
-        row = completed_row(args.output, name, args.explode, previous)
+        row = completed_row(args.output, name, args.explode, previous, args.html)
         if row is None:
             todo.append((source, name))
         else:
@@ -193,7 +197,7 @@ def run_batch(args):
         try:
             # Sources go as given, so reports name the inputs as a run of the tool would.
             futures = [client.submit(plan_assembly, source, os.path.abspath(args.output), name,
-                                     args.threads_per_task, args.explode,
+                                     args.threads_per_task, args.explode, args.html,
                                      key=f"velmora-{name}-{i}", pure=False, retries=2)
                        for i, (source, name) in enumerate(todo)]
             for future in as_completed(futures):
@@ -220,7 +224,11 @@ def parse_args(argv):
     parser.add_argument("--threads-per-task", type=int, default=1, metavar="K",
                         help="planner threads per assembly (default 1)")
     parser.add_argument("--explode", action="store_true", help="also write each exploded view (.glb) and its report")
+    parser.add_argument("--html", action="store_true",
+                        help="with --explode, also write each exploded view as a self-contained HTML page")
     args = parser.parse_args(argv)
+    if args.html and not args.explode:
+        parser.error("--html needs --explode")
     if args.workers < 1 or not 1 <= args.threads_per_task <= 256:
         parser.error("--workers must be at least 1 and --threads-per-task between 1 and 256")
     return args
@@ -228,6 +236,9 @@ def parse_args(argv):
 
 def main(argv=None):
     args = parse_args(sys.argv[1:] if argv is None else argv)
+    if args.html and not viewer_built_in:
+        print("velmora: error: built without the viewer", file=sys.stderr)
+        return 3
     try:
         rows = run_batch(args)
     except OSError as error:  # the output folder or a manifest cannot be used
