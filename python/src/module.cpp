@@ -275,7 +275,8 @@ std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly,
 }
 
 PyPlan plan(const PyAssembly& a, unsigned threads, bool distant, const std::vector<std::vector<std::string>>& keep,
-            float angleTolerance, const py::object& progress, const std::optional<std::string>& fix)
+            float angleTolerance, const py::object& progress, const std::optional<std::string>& fix, bool verify,
+            bool normaliseScale, bool freeZeroArea)
 {
     std::unique_ptr<PythonProgress> notifier;
     PlanOptions options;
@@ -283,6 +284,9 @@ PyPlan plan(const PyAssembly& a, unsigned threads, bool distant, const std::vect
     options.angleTolerance = angleTolerance;
     options.hierarchy = true;
     options.distantContacts = distant;
+    options.verify = verify;
+    options.normaliseScale = normaliseScale;
+    options.freeZeroAreaContacts = freeZeroArea;
     if (!progress.is_none()) {
         notifier = std::make_unique<PythonProgress>(progress);
         options.progress = notifier.get();
@@ -496,10 +500,14 @@ PYBIND11_MODULE(_velmora, m)
              "The command-line tool's `info` report (without timings).")
         .def("plan", &plan, py::kw_only(), py::arg("threads") = 0u, py::arg("distant") = true,
              py::arg("keep_together") = std::vector<std::vector<std::string>>{}, py::arg("angle_tolerance") = 5.0f,
-             py::arg("progress") = py::none(), py::arg("fix") = py::none(),
+             py::arg("progress") = py::none(), py::arg("fix") = py::none(), py::arg("verify") = true,
+             py::arg("normalise_scale") = true, py::arg("free_zero_area") = true,
              "Plans the contacts, removal directions and disassembly hierarchy (the GIL is released).\n"
              "`keep_together`: lists of part names that come out as one sub-assembly. `progress`: called\n"
-             "with (stage, fraction). `fix`: the part the plan's views keep still (default: the largest).");
+             "with (stage, fraction). `fix`: the part the plan's views keep still (default: the largest).\n"
+             "`verify`: sweep every split and re-plan the colliding ones, as the tool does (its\n"
+             "--no-verify is verify=False); `normalise_scale` and `free_zero_area` as the tool's\n"
+             "--no-normalise-scale and --lock-zero-area when False.");
 
     py::class_<PyPlan>(m, "Plan", "A planned assembly.")
         .def("to_dict", [](const PyPlan& p) { return parseJson(fullPlanReport(p)); },

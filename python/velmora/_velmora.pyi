@@ -85,8 +85,10 @@ class Assembly:
     def plan(self, *, threads: int = 0, distant: bool = True,
              keep_together: Sequence[Sequence[str]] = ..., angle_tolerance: float = 5.0,
              progress: Optional[Callable[[str, float], None]] = None,
-             fix: Optional[str] = None) -> Plan:
-        """``fix``: the part the plan's views keep still (default: the largest)."""
+             fix: Optional[str] = None, verify: bool = True, normalise_scale: bool = True,
+             free_zero_area: bool = True) -> Plan:
+        """``fix``: the part the plan's views keep still (default: the largest). ``verify``:
+        sweep every split and re-plan colliding ones (the tool's default)."""
 
 viewer_built_in: bool
 
