@@ -16,6 +16,7 @@
 #include "velmora/LogSink.h"
 #include "velmora/OutputFile.h"
 #include "velmora/Removal.h"
+#include "velmora/RemovalAnimation.h"
 #include "velmora/RemovalInstructions.h"
 #include "velmora/Report.h"
 #include "velmora/TerminalProgress.h"
@@ -311,26 +312,22 @@ std::string inputsTitle(const InputFlags& inputs)
     return inputs.inputs.size() == 1 ? first : first + " and " + std::to_string(inputs.inputs.size() - 1) + " more";
 }
 
-// Explodes a planned assembly, writes the GLB and, when `reportFile` is
-// given, `report` completed with the exploded view; the same for the page
-// when `pageFile` is given.
-void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* reportFile,
-                       Json report, std::ostream& err, OutputFile* pageFile = nullptr)
+// The options of the view `flags` ask for.
+ExplodeOptions viewOptions(const Assembly& assembly, const ExplodeFlags& flags)
 {
     ExplodeOptions options = flags.options;
     options.staticPose = flags.pose == "exploded";
-    const Assembly& assembly = plan.assembly();
     if (!flags.fix.empty())
         options.base = int(groupOfPart(assembly, findPart(assembly, flags.fix)));
     options.glb.units = assembly.units.empty() ? flags.units : assembly.units;
     options.glb.zUp = isZUp(assembly);
-    kx::kxTimer timer;
-    ExplodedView view;
-    {
-        LibraryOutput lines(verbose);
-        view = explodeAssembly(plan, options);
-    }
-    const double explodeMs = timer.getElapsedMs();
+    return options;
+}
+
+// Writes the GLB of `view`, and `report` completed with it and the page when asked.
+void writeView(const Plan& plan, const ExplodeFlags& flags, const ExplodeOptions& options, const ExplodedView& view,
+               double explodeMs, OutputFile* reportFile, Json report, std::ostream& err, OutputFile* pageFile)
+{
     if (!flags.glb.empty())
         writeGlbFile(view.glb, flags.glb);
     if (!flags.glb.empty() && flags.glb != "-") {
@@ -348,6 +345,22 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
         writeJson(report, *reportFile);
     if (pageFile)
         writePage(*pageFile, flags, view.glb, report, err);
+}
+
+// Explodes a planned assembly, writes the GLB and, when `reportFile` is
+// given, `report` completed with the exploded view; the same for the page
+// when `pageFile` is given.
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose, OutputFile* reportFile,
+                       Json report, std::ostream& err, OutputFile* pageFile = nullptr)
+{
+    const ExplodeOptions options = viewOptions(plan.assembly(), flags);
+    kx::kxTimer timer;
+    ExplodedView view;
+    {
+        LibraryOutput lines(verbose);
+        view = explodeAssembly(plan, options);
+    }
+    writeView(plan, flags, options, view, timer.getElapsedMs(), reportFile, std::move(report), err, pageFile);
 }
 
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
@@ -448,8 +461,12 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
         steps.fix.clear();
         steps.options.base = int(base);
         steps.options.policy = 0;  // one step after the other
+        steps.options.playStyle = 1;
         steps.options.glb.animationName = "remove " + assembly.parts[part].name;
-        writeExplodedView(*plan, steps, flags.verbose, nullptr, report, err, pageFile.get());
+        const ExplodeOptions options = viewOptions(assembly, steps);
+        timer.reset();
+        const ExplodedView view = removalView(assembly, instructions, base, options);
+        writeView(*plan, steps, options, view, timer.getElapsedMs(), nullptr, report, err, pageFile.get());
     }
     return kExitOk;
 }
