@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
+#include <optional>
 #include <ostream>
 
 #include "VelmoraVersion.h"
@@ -15,6 +16,7 @@
 #include "velmora/Import.h"
 #include "velmora/LogSink.h"
 #include "velmora/OutputFile.h"
+#include "velmora/PlanReader.h"
 #include "velmora/Removal.h"
 #include "velmora/RemovalAnimation.h"
 #include "velmora/RemovalInstructions.h"
@@ -59,6 +61,7 @@ struct ExplodeFlags {
     std::string units = "mm";   // of inputs that do not state theirs
     ExplodeOptions options = defaultExplodeOptions();
     std::string title;          // of the page
+    std::string plan;           // a saved plan report to explode instead of planning
 };
 
 struct RemoveFlags {
@@ -205,7 +208,10 @@ std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly, 
 
 // Runs the library on `assembly`: its own output lines go to standard error
 // and a progress bar shows when standard error is a terminal.
-std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flags, bool hierarchy, std::ostream& err)
+// Plans `assembly`; with `saved`, under its settings and taking its tree's
+// splits instead of searching.
+std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flags, bool hierarchy, std::ostream& err,
+                                 const SavedPlan* saved = nullptr)
 {
     TerminalProgress progress(err, TerminalProgress::stderrIsTerminal());
     PlanOptions options;
@@ -217,6 +223,12 @@ std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flag
     options.hierarchy = hierarchy;
     options.distantContacts = !flags.noDistant;
     options.keepTogether = keepTogetherGroups(assembly, flags.keepTogether);
+    if (saved) {
+        options.angleTolerance = saved->angleTolerance;
+        options.distantContacts = saved->distantContacts;
+        options.keepTogether = keepTogetherGroupIds(*saved, assembly);
+        options.savedHierarchy = &saved->hierarchy;
+    }
     std::unique_ptr<Plan> plan;
     {
         LibraryOutput lines(flags.verbose);
@@ -363,17 +375,33 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, bool verbose
     writeView(plan, flags, options, view, timer.getElapsedMs(), reportFile, std::move(report), err, pageFile);
 }
 
+// Throws InputError when one of `outputs` is the saved plan `plan` reads.
+void checkPlanIsNotAnOutput(const std::string& plan, const std::vector<std::string>& outputs)
+{
+    if (plan.empty() || !std::filesystem::exists(plan))
+        return;
+    for (const std::string& output : outputs)
+        if (!output.empty() && output != "-" && std::filesystem::exists(output) &&
+            std::filesystem::equivalent(plan, output))
+            throw InputError("the plan report " + plan + " is an input and cannot be an output too");
+}
+
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
                std::ostream& err)
 {
+    checkPlanIsNotAnOutput(explode.plan, {explode.glb, explode.report, explode.html});
     const std::unique_ptr<OutputFile> reportFile = openOptionalReport(explode.report, explode.glb, out);
     const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, {explode.glb, explode.report}, inputs.inputs, out);
+    const std::optional<SavedPlan> saved =
+        explode.plan.empty() ? std::nullopt : std::optional<SavedPlan>(readPlanReport(explode.plan));
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
+    if (saved)
+        checkPlanFits(*saved, assembly);
     if (!explode.fix.empty())
         findPart(assembly, explode.fix);  // an unknown name fails before the planning
     const double importMs = timer.getElapsedMs();
-    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
+    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err, saved ? &*saved : nullptr);
     Json report = inputsJson(inputs);
     report["timings"]["importMs"] = importMs;
     ExplodeFlags titled = explode;
@@ -547,6 +575,9 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     explode->add_option("-o,--output", explodeFlags.glb, "The .glb file, or - for standard output")->required();
     explode->add_option("--report", explodeFlags.report, "Also write the plan and the offsets as JSON");
     explode->add_option("--html", explodeFlags.html, "Also write a self-contained HTML page that shows the plan");
+    explode->add_option("--plan", explodeFlags.plan,
+                        "A report of `velmora plan` on the same inputs: explode its tree instead of planning")
+        ->type_name("PLAN.json");
     addPlanFlags(*explode, planning, true);
     addExplodeFlags(*explode, explodeFlags);
 

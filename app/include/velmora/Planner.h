@@ -21,6 +21,7 @@
 #include "kxMeshGroups.h"
 #include "kxProgressNotifierInterface.h"
 #include "velmora/Assembly.h"
+#include "velmora/HierarchyReplay.h"
 
 namespace velmora {
 
@@ -40,6 +41,9 @@ struct PlanOptions {
     // the set itself is then split like any other node. Each needs at least
     // two distinct groups.
     std::vector<std::vector<unsigned>> keepTogether;
+    // With the hierarchy: a saved tree whose splits are taken instead of
+    // searched for (not owned; may be null). InputError when it does not fit.
+    const std::vector<SavedHierarchyNode>* savedHierarchy = nullptr;
 };
 
 struct StageTiming {
