@@ -402,6 +402,8 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
         findPart(assembly, explode.fix);  // an unknown name fails before the planning
     const double importMs = timer.getElapsedMs();
     const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err, saved ? &*saved : nullptr);
+    if (saved)
+        checkDirectionsFit(*saved, plan->diagram());
     Json report = inputsJson(inputs);
     report["timings"]["importMs"] = importMs;
     ExplodeFlags titled = explode;

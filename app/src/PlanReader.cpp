@@ -110,6 +110,19 @@ void readSettings(const json& report, SavedPlan& plan)
     }
 }
 
+Wm4::Vector3<double> direction(const json& value)
+{
+    if (!value.is_array() || value.size() != 3)
+        bad("a direction is not three numbers");
+    Wm4::Vector3<double> out;
+    for (int k = 0; k < 3; ++k) {
+        if (!value[k].is_number() || !std::isfinite(value[k].get<double>()))
+            bad("a direction is not three numbers");
+        out[k] = value[k].get<double>();
+    }
+    return out;
+}
+
 std::string partLabel(unsigned p, const std::string& name) { return "part " + std::to_string(p + 1) + " (" + name + ")"; }
 
 }  // namespace
@@ -123,7 +136,9 @@ SavedPlan parsePlanReport(const std::string& source)
     plan.parts = readParts(report);
     plan.groups = readGroups(report);
     readSettings(report, plan);
-    plan.noDirections = unsigned(array(member(report, "directions", "the report"), "\"directions\"").size());
+    for (const json& d : array(member(report, "directions", "the report"), "\"directions\""))
+        plan.directions.push_back(direction(d));
+    plan.noDirections = unsigned(plan.directions.size());
     const json& hierarchy = member(report, "hierarchy", "the report (it needs a \"plan\" report)");
     for (const json& node : array(member(hierarchy, "nodes", "\"hierarchy\""), "the hierarchy's nodes"))
         plan.hierarchy.push_back(readNode(node));
@@ -162,6 +177,17 @@ void checkPlanFits(const SavedPlan& plan, const Assembly& assembly)
         groups.push_back(group.parts);
     if (plan.groups != groups)
         throw InputError(prefix + "the parts are grouped differently (is --group-by the same?)");
+}
+
+void checkDirectionsFit(const SavedPlan& plan, const kxContactDiagram& diagram)
+{
+    // Directions pass through the report as decimal text: a tiny tolerance absorbs its last digit.
+    constexpr double kTolerance = 1e-9;
+    bool same = plan.directions.size() == diagram.getNoDirections();
+    for (unsigned k = 0; same && k < plan.directions.size(); ++k)
+        same = (plan.directions[k] - diagram.getDirectionFromId(k)).Length() <= kTolerance;
+    if (!same)
+        throw InputError("the plan report was made from other inputs: its direction set differs from theirs");
 }
 
 std::vector<std::vector<unsigned>> keepTogetherGroupIds(const SavedPlan& plan, const Assembly& assembly)

@@ -49,6 +49,7 @@ TEST(PlanReader, DemoViewsFromASavedPlanEqualFreshOnes)
         const velmora::SavedPlan saved = velmora::parsePlanReport(velmora::planReport(*fresh).dump());
         velmora::checkPlanFits(saved, assembly);
         const auto replayed = planFrom(assembly, &saved);
+        velmora::checkDirectionsFit(saved, replayed->diagram());
         EXPECT_EQ(velmora::planReport(*replayed)["hierarchy"], velmora::planReport(*fresh)["hierarchy"]);
         for (size_t s = 0; s < styles.size(); ++s) {
             const velmora::ExplodedView a = velmora::explodeAssembly(*fresh, styles[s]);
@@ -166,6 +167,8 @@ TEST(PlanReader, RefusesWhatIsNotAPlanOfTheInputs)
         {"a split that is a list", [](json& r) { r["hierarchy"]["nodes"][0]["split"] = json::array(); }},
         {"a textual tolerance", [](json& r) { r["settings"]["angleTolerance"] = "5"; }},
         {"groups of names", [](json& r) { r["groups"][0]["parts"] = {"a"}; }},
+        {"a direction of two numbers", [](json& r) { r["directions"][0] = {0, 1}; }},
+        {"a direction of text", [](json& r) { r["directions"][0] = {"x", 0, 1}; }},
     };
     for (const auto& [what, edit] : malformed) {
         json report = smallReport();
@@ -184,6 +187,17 @@ TEST(PlanReader, RefusesWhatIsNotAPlanOfTheInputs)
              r["groups"] = json::parse(R"([{"name": "ab", "parts": [0, 1]}])");
          }},
     };
+    // A plan made with another angle tolerance has another direction set.
+    const velmora::Assembly demo = velmora::makeDemoAssembly("peg-in-hole");
+    const velmora::SavedPlan sameDemo = velmora::parsePlanReport(velmora::planReport(*planFrom(demo, nullptr)).dump());
+    velmora::SavedPlan turned = sameDemo;
+    turned.directions.front() = -turned.directions.front();
+    const auto demoPlan = planFrom(demo, &sameDemo);
+    velmora::checkDirectionsFit(sameDemo, demoPlan->diagram());
+    expectOneLineInputError([&] { velmora::checkDirectionsFit(turned, demoPlan->diagram()); }, "turned direction");
+    turned.directions.pop_back();
+    expectOneLineInputError([&] { velmora::checkDirectionsFit(turned, demoPlan->diagram()); }, "fewer directions");
+
     for (const auto& [what, edit] : otherInputs) {
         json report = smallReport();
         edit(report);

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "kxContactDiagram.h"
 #include "velmora/Assembly.h"
 #include "velmora/HierarchyReplay.h"
 
@@ -28,6 +29,7 @@ struct SavedPlan {
     bool distantContacts = true;
     std::vector<std::vector<std::string>> keepTogether;  // group names per set
     unsigned noDirections = 0;
+    std::vector<Wm4::Vector3<double>> directions;        // the direction set, in order
     std::vector<SavedHierarchyNode> hierarchy;
 };
 
@@ -41,6 +43,10 @@ SavedPlan readPlanReport(const std::string& path);
 // from `assembly`: the number of parts, a part's name, group or triangle
 // count, or the grouping.
 void checkPlanFits(const SavedPlan& plan, const Assembly& assembly);
+
+// Throws InputError when `diagram`'s direction set is not the one the plan's
+// splits refer to (other directions, or in another order).
+void checkDirectionsFit(const SavedPlan& plan, const kxContactDiagram& diagram);
 
 // The keep-together sets of `plan` as group ids of `assembly` (InputError
 // for a group name it does not have).
