@@ -23,6 +23,9 @@
 #include <vector>
 
 class kxMeshGroups;
+namespace velmora {
+class HierarchyReplay;
+}
 
 class kxDisassemblyHierarchy
 {
@@ -68,6 +71,8 @@ private:
 
     friend class kxDisassemblyHierarchyBuilder;
     friend class kxSinglePartDisassemblyProcedure;
+    // Rebuilds a saved tree with its group ordering.
+    friend class velmora::HierarchyReplay;
 
     // Places a child node (all six fields filled by the caller, its range the
     // front or the back of its parent's) at the id the numbering gives it.

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
+#include <optional>
 #include <ostream>
 
 #include "OptionChecks.h"
@@ -17,8 +18,10 @@
 #include "velmora/Import.h"
 #include "velmora/LogSink.h"
 #include "velmora/OutputFile.h"
+#include "velmora/PlanReader.h"
 #include "velmora/VerificationReport.h"
 #include "velmora/Removal.h"
+#include "velmora/RemovalAnimation.h"
 #include "velmora/RemovalInstructions.h"
 #include "velmora/Report.h"
 #include "velmora/TerminalProgress.h"
@@ -73,6 +76,7 @@ struct ExplodeFlags {
     std::string pose = "animated";
     ViewRequest view;           // what stays still, the unit, the library's options
     std::string title;          // of the page
+    std::string plan;           // a saved plan report to explode instead of planning
 };
 
 struct RemoveFlags {
@@ -234,7 +238,10 @@ std::vector<std::vector<unsigned>> keepTogetherGroups(const Assembly& assembly, 
 
 // Runs the library on `assembly`: its own output lines go to standard error
 // and a progress bar shows when standard error is a terminal.
-std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flags, bool hierarchy, std::ostream& err)
+// Plans `assembly`; with `saved`, under its settings and taking its tree's
+// splits instead of searching.
+std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flags, bool hierarchy, std::ostream& err,
+                                 const SavedPlan* saved = nullptr)
 {
     TerminalProgress progress(err, TerminalProgress::stderrIsTerminal());
     PlanOptions options;
@@ -249,6 +256,12 @@ std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flag
     options.freeZeroAreaContacts = !flags.lockZeroArea;
     options.keepTogether = keepTogetherGroups(assembly, flags.keepTogether);
     options.verify = hierarchy && !flags.noVerify;
+    if (saved) {
+        options.angleTolerance = saved->angleTolerance;
+        options.distantContacts = saved->distantContacts;
+        options.keepTogether = keepTogetherGroupIds(*saved, assembly);
+        options.savedHierarchy = &saved->hierarchy;
+    }
     std::unique_ptr<Plan> plan;
     {
         LibraryOutput lines(flags.verbose);
@@ -330,22 +343,12 @@ void writePage(OutputFile& file, const ExplodeFlags& flags, const std::vector<un
     }
 }
 
-// Explodes a planned assembly with `options` and writes what was opened for
-// it: the GLB to `glbFile`, `report` completed with the exploded view to
-// `reportFile`, and the page to `pageFile` (each may be null).
-void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, const ExplodeOptions& options, bool verbose,
-                       OutputFile* glbFile, OutputFile* reportFile, Json report, std::ostream& err,
-                       OutputFile* pageFile = nullptr)
+// Writes what was opened for `view`: its GLB to `glbFile`, `report` completed
+// with it to `reportFile`, and the page to `pageFile` (each may be null).
+void writeView(const Plan& plan, const ExplodeFlags& flags, const ExplodeOptions& options, const ExplodedView& view,
+               double explodeMs, OutputFile* glbFile, OutputFile* reportFile, Json report, std::ostream& err,
+               OutputFile* pageFile)
 {
-    kx::kxTimer timer;
-    ExplodedView view;
-    {
-        LibraryOutput lines(verbose);
-        view = explodeAssembly(plan, options);
-    }
-    for (const std::string& warning : explodedPoseWarnings(plan, view))
-        err << "velmora: warning: " << warning << "\n";
-    const double explodeMs = timer.getElapsedMs();
     if (glbFile) {
         glbFile->stream().write(reinterpret_cast<const char*>(view.glb.data()), std::streamsize(view.glb.size()));
         glbFile->commit();
@@ -367,19 +370,44 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, const Explod
         writePage(*pageFile, flags, view.glb, report, err);
 }
 
+// Explodes a planned assembly with `options` and writes what was opened for it.
+void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, const ExplodeOptions& options, bool verbose,
+                       OutputFile* glbFile, OutputFile* reportFile, Json report, std::ostream& err,
+                       OutputFile* pageFile = nullptr)
+{
+    kx::kxTimer timer;
+    ExplodedView view;
+    {
+        LibraryOutput lines(verbose);
+        view = explodeAssembly(plan, options);
+    }
+    for (const std::string& warning : explodedPoseWarnings(plan, view))
+        err << "velmora: warning: " << warning << "\n";
+    writeView(plan, flags, options, view, timer.getElapsedMs(), glbFile, reportFile, std::move(report), err, pageFile);
+}
+
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
                std::ostream& err)
 {
-    checkOutputs(inputs, {explode.glb, explode.report, explode.html});
+    std::vector<std::string> inputFiles = listInputFiles(inputs.inputs);
+    if (!explode.plan.empty())
+        inputFiles.push_back(explode.plan);  // a saved plan is an input too
+    checkOutputsAgainstInputs({explode.glb, explode.report, explode.html}, inputFiles);
     const std::unique_ptr<OutputFile> reportFile = openOptionalOutput(explode.report, out);
     const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(explode.glb, out);
     const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, out);
+    const std::optional<SavedPlan> saved =
+        explode.plan.empty() ? std::nullopt : std::optional<SavedPlan>(readPlanReport(explode.plan));
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
+    if (saved)
+        checkPlanFits(*saved, assembly);
     if (!explode.view.fix.empty())
         findPart(assembly, explode.view.fix);  // an unknown name fails before the planning
     const double importMs = timer.getElapsedMs();
-    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
+    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err, saved ? &*saved : nullptr);
+    if (saved)
+        checkDirectionsFit(*saved, plan->diagram());
     Json report = inputsJson(inputs);
     report["timings"]["importMs"] = importMs;
     ExplodeFlags titled = explode;
@@ -426,7 +454,10 @@ int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlag
         steps.html = remove.html;
         steps.title = removalTitle(inputsTitle(inputs.inputs), assembly, removal);
         const ExplodeOptions options = removalViewOptions(assembly, steps.view, removal);
-        writeExplodedView(*plan, steps, options, flags.verbose, glbFile.get(), nullptr, report, err, pageFile.get());
+        timer.reset();
+        const ExplodedView view = removalView(assembly, removal.instructions, removal.base, options);
+        writeView(*plan, steps, options, view, timer.getElapsedMs(), glbFile.get(), nullptr, report, err,
+                  pageFile.get());
     }
     return kExitOk;
 }
@@ -513,6 +544,9 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     explode->add_option("-o,--output", explodeFlags.glb, "The .glb file, or - for standard output")->required();
     explode->add_option("--report", explodeFlags.report, "Also write the plan and the offsets as JSON");
     explode->add_option("--html", explodeFlags.html, "Also write a self-contained HTML page that shows the plan");
+    explode->add_option("--plan", explodeFlags.plan,
+                        "A report of `velmora plan` on the same inputs: explode its tree instead of planning")
+        ->type_name("PLAN.json");
     addPlanFlags(*explode, planning, true);
     addExplodeFlags(*explode, explodeFlags);
 

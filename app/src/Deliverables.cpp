@@ -1,5 +1,7 @@
 #include "velmora/Deliverables.h"
 
+#include "velmora/RemovalAnimation.h"
+
 #include <filesystem>
 #include <sstream>
 
@@ -82,6 +84,7 @@ ExplodeOptions removalViewOptions(const Assembly& assembly, const ViewRequest& r
     steps.fix.clear();
     steps.options.base = int(removal.base);
     steps.options.policy = 0;  // one step after the other
+    steps.options.playStyle = 1;
     steps.options.glb.animationName = "remove " + assembly.parts[removal.procedure.part].name;
     return resolveViewOptions(assembly, steps);
 }
@@ -93,7 +96,7 @@ RemovalView explodeRemoval(Plan& plan, const ViewRequest& request, const Removal
     RemovalView result;
     try {
         const ExplodeOptions options = removalViewOptions(plan.assembly(), request, removal);
-        result.view = explodeAssembly(plan, options);
+        result.view = removalView(plan.assembly(), removal.instructions, removal.base, options);
         result.report = explodeReport(plan, result.view, options);
     } catch (...) {
         plan.editBuilder().copyGroupsHierarchy(planned);

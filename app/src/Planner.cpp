@@ -1,6 +1,7 @@
 #include "velmora/Planner.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <thread>
 
 #include "kxDistantContacts.h"
@@ -59,6 +60,16 @@ std::unique_ptr<kxGroupsClustering> makeClustering(const std::vector<std::vector
         clustering->pushCluster(groups, true);
     }
     return clustering;
+}
+
+// The hierarchy of a saved tree over the plan's groups and directions.
+kxDisassemblyHierarchy savedTree(const Plan& plan, const std::vector<SavedHierarchyNode>& nodes)
+{
+    try {
+        return HierarchyReplay::rebuild(plan.groups(), nodes, plan.diagram().getNoDirections());
+    } catch (const std::invalid_argument& e) {
+        throw InputError(std::string("the saved plan does not fit the inputs: ") + e.what());
+    }
 }
 
 }  // namespace
@@ -158,7 +169,10 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     }
     startStage("hierarchy");
     plan->mBuilder->initSolver();
-    plan->mBuilder->computeGroupsHierarchy(0, options.progress);
+    if (options.savedHierarchy)
+        plan->mBuilder->copyGroupsHierarchy(savedTree(*plan, *options.savedHierarchy));
+    else
+        plan->mBuilder->computeGroupsHierarchy(0, options.progress);
     finishStage("hierarchy");
     if (options.verify) {
         startStage("verification");

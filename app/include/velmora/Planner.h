@@ -30,6 +30,7 @@
 #include "kxProgressNotifierInterface.h"
 #include "velmora/Assembly.h"
 #include "velmora/PlanVerification.h"
+#include "velmora/HierarchyReplay.h"
 
 namespace velmora {
 
@@ -59,6 +60,9 @@ struct PlanOptions {
     // With the hierarchy: sweep every split, re-plan the ones that collide
     // and find interfering, duplicate and stuck parts.
     bool verify = false;
+    // With the hierarchy: a saved tree whose splits are taken instead of
+    // searched for (not owned; may be null). InputError when it does not fit.
+    const std::vector<SavedHierarchyNode>* savedHierarchy = nullptr;
 };
 
 struct StageTiming {
