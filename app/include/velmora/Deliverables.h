@@ -52,7 +52,7 @@ std::string removalInstructionsText(const Assembly& assembly, const RemovalPlan&
 void addRemovalInstructions(Json& report, const Assembly& assembly, const RemovalPlan& removal);
 
 // The options of the view that shows a removal's steps one after the other
-// (from the plan rewritten by planRemovalFor), with its base kept still.
+// with its base kept still.
 ExplodeOptions removalViewOptions(const Assembly& assembly, const ViewRequest& request, const RemovalPlan& removal);
 
 // The view of a removal's steps and its explode report, read while the plan
