@@ -9,6 +9,7 @@
 
 #include "CliRun.h"
 #include "velmora/Import.h"
+#include "velmora/PlanReader.h"
 
 namespace fs = std::filesystem;
 
@@ -61,6 +62,20 @@ TEST_F(FuzzInputs, SeedsReadAndRegressionsAreInputErrors)
         }
     }
     EXPECT_GE(replayed, 17u);
+}
+
+TEST_F(FuzzInputs, PlanSeedsParseAndRegressionsAreInputErrors)
+{
+    auto text = [](const fs::path& file) {
+        std::ifstream in(file, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    for (const fs::path& seed : filesIn(kFuzzDir / "seeds" / "plan"))
+        EXPECT_FALSE(velmora::parsePlanReport(text(seed)).hierarchy.empty()) << seed;
+    const std::vector<fs::path> regressions = filesIn(kFuzzDir / "regressions" / "plan");
+    EXPECT_GE(regressions.size(), 4u);
+    for (const fs::path& input : regressions)
+        EXPECT_THROW(velmora::parsePlanReport(text(input)), velmora::InputError) << input;
 }
 
 TEST_F(FuzzInputs, CommandLinesEndInUsageOrInputErrors)
