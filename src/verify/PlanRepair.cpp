@@ -1,5 +1,7 @@
 #include "velmora/PlanRepair.h"
 
+#include "velmora/NodeGroups.h"
+
 #include <algorithm>
 #include <map>
 #include <set>
@@ -46,20 +48,11 @@ bool inSubtrees(const kxDisassemblyHierarchy& hierarchy, const std::vector<unsig
 using SplitKey = std::tuple<unsigned, std::vector<unsigned>, std::vector<unsigned>>;
 using SweepCache = std::map<SplitKey, SweepOutcome>;
 
-std::vector<unsigned> sortedGroups(const kxDisassemblyHierarchy& hierarchy, unsigned node)
-{
-    const kxDisassemblyHierarchy::tTreeNode& range = hierarchy.getNode(node);
-    std::vector<unsigned> groups;
-    for (unsigned k = range.start; k < range.start + range.noGroups; ++k)
-        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
-    std::sort(groups.begin(), groups.end());
-    return groups;
-}
 
 SplitKey splitKey(const kxDisassemblyHierarchy& hierarchy, unsigned node)
 {
     const kxDisassemblyHierarchy::tTreeNode& split = hierarchy.getNode(node);
-    return {split.splitId, sortedGroups(hierarchy, split.secondChild), sortedGroups(hierarchy, split.firstChild)};
+    return {split.splitId, groupsOfNode(hierarchy, split.secondChild), groupsOfNode(hierarchy, split.firstChild)};
 }
 
 void remember(const kxDisassemblyHierarchy& hierarchy, const std::vector<SplitVerdict>& verdicts, SweepCache& cache)

@@ -1,5 +1,7 @@
 #include "velmora/PlanVerifier.h"
 
+#include "velmora/NodeGroups.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -644,15 +646,6 @@ struct VerifyJobs {
     std::vector<SweepScratch>* scratch;
 };
 
-std::vector<unsigned> nodeGroups(const kxDisassemblyHierarchy& hierarchy, unsigned node)
-{
-    const kxDisassemblyHierarchy::tTreeNode& range = hierarchy.getNode(node);
-    std::vector<unsigned> groups;
-    for (unsigned k = range.start; k < range.start + range.noGroups; ++k)
-        groups.push_back(hierarchy.getGroupIdFromOrderedIndex(k));
-    std::sort(groups.begin(), groups.end());
-    return groups;
-}
 
 }  // namespace
 
@@ -663,8 +656,8 @@ struct SplitSweepJob {
         const VerifyJobs& jobs = *static_cast<const VerifyJobs*>(data);
         SplitVerdict& verdict = (*jobs.verdicts)[jobIndex];
         const kxDisassemblyHierarchy::tTreeNode& node = jobs.hierarchy->getNode(verdict.node);
-        verdict.sweep = sweepSides(*jobs.context, nodeGroups(*jobs.hierarchy, node.secondChild),
-                                   nodeGroups(*jobs.hierarchy, node.firstChild), (*jobs.directions)[node.splitId],
+        verdict.sweep = sweepSides(*jobs.context, groupsOfNode(*jobs.hierarchy, node.secondChild),
+                                   groupsOfNode(*jobs.hierarchy, node.firstChild), (*jobs.directions)[node.splitId],
                                    (*jobs.scratch)[threadIndex]);
     }
 };

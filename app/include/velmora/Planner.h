@@ -29,6 +29,7 @@
 #include "kxMeshGroups.h"
 #include "kxProgressNotifierInterface.h"
 #include "velmora/Assembly.h"
+#include "velmora/NodeGroups.h"
 #include "velmora/PlanVerification.h"
 #include "velmora/HierarchyReplay.h"
 
@@ -123,8 +124,6 @@ private:
     std::unique_ptr<PlanVerification> mVerification;
 };
 
-// The groups of hierarchy node `node`, ascending.
-std::vector<unsigned> groupsOfNode(const kxDisassemblyHierarchy& hierarchy, unsigned node);
 
 // Runs the pipeline. Throws InputError when the options are out of range
 // (a tolerance outside (0, 90) degrees, more than 256 threads, a keep-together
