@@ -12,7 +12,7 @@ namespace velmora {
 ExplodeOptions defaultExplodeOptions()
 {
     ExplodeOptions options;
-    options.speed = 0.8f;
+    options.speed = 1.0f;
     return options;
 }
 

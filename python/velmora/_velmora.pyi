@@ -62,11 +62,11 @@ class Plan:
     def to_json(self) -> str:
         """That report as the command-line tool writes it, byte for byte."""
     def explode(self, *, policy: int = 2, play_style: int = 1, split_distance: float = 0.0,
-                static: bool = False, fix: Optional[str] = None, speed: float = 0.8,
+                static: bool = False, fix: Optional[str] = None, speed: float = 1.0,
                 compress: bool = True, lines: bool = False, crease_angle: float = 30.0,
                 units: str = "mm") -> ExplodedView:
         """The view ``velmora explode`` makes with the flags of the same names."""
-    def remove(self, part: str, *, fix: Optional[str] = None, speed: float = 0.8,
+    def remove(self, part: str, *, fix: Optional[str] = None, speed: float = 1.0,
                compress: bool = True, lines: bool = False, crease_angle: float = 30.0,
                units: str = "mm") -> Removal:
         """Taking out the named part, as ``velmora remove`` plans it."""

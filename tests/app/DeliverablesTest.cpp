@@ -33,7 +33,7 @@ std::unique_ptr<velmora::Plan> planOf(const Assembly& assembly)
 TEST(Deliverables, DefaultsAreTheLibrarysTimedByTravel)
 {
     const velmora::ExplodeOptions library, tools = velmora::defaultExplodeOptions();
-    EXPECT_EQ(tools.speed, 0.8f);
+    EXPECT_EQ(tools.speed, 1.0f);
     EXPECT_EQ(library.speed, 0.0f);
     EXPECT_EQ(tools.policy, library.policy);
     EXPECT_EQ(tools.playStyle, library.playStyle);
