@@ -184,6 +184,8 @@ void addExplodeFlags(CLI::App& command, ExplodeFlags& flags)
     command.add_option("--pose", flags.pose, "animated: the explode animation; exploded: the final pose only")
         ->check(oneOf({"animated", "exploded"}))
         ->capture_default_str();
+    command.add_flag("--explode-inside", flags.view.options.explodeInside,
+                     "Explode the --keep-together sets too (default: each moves as one piece)");
     addViewFlags(command, flags);
 }
 

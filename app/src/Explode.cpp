@@ -46,6 +46,40 @@ float animationDuration(const std::vector<GroupKeyframes>& keyframes)
     return duration;
 }
 
+// Per group, the group whose motion it shows: itself, or for a member of a
+// keep-together set of several groups the set's leader. The leader is the
+// base when the set holds it (so the base stays still), else the member
+// moved least from the base: the splits inside the set add to the motion
+// the set gets as a whole, so the least moved member shows it best.
+std::vector<unsigned> rigidSetLeaders(const Plan& plan, const std::vector<Wm4::Vector3<float>>& offsets,
+                                      unsigned base)
+{
+    std::vector<unsigned> leaders(offsets.size());
+    for (unsigned g = 0; g < leaders.size(); ++g)
+        leaders[g] = g;
+    const auto travel = [&](unsigned g) { return (offsets[g] - offsets[base]).SquaredLength(); };
+    for (const std::vector<unsigned>& set : plan.keepTogether()) {
+        if (set.empty())
+            continue;
+        unsigned leader = set.front();
+        for (unsigned g : set)
+            if (g == base || (leader != base && travel(g) < travel(leader)))
+                leader = g;
+        for (unsigned g : set)
+            leaders[g] = leader;
+    }
+    return leaders;
+}
+
+// Every group's item replaced by its leader's (none without leaders).
+template <typename T>
+void followLeaders(std::vector<T>& items, const std::vector<unsigned>& leaders)
+{
+    for (unsigned g = 0; g < leaders.size(); ++g)
+        if (leaders[g] != g)
+            items[g] = items[leaders[g]];
+}
+
 }  // namespace
 
 float diagonal(const Assembly& assembly)
@@ -74,11 +108,14 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
     if (!std::isfinite(view.splitDistance * toPlanning))
         throw InputError("the split distance is too large for this assembly");
     kxExplosionDiagram diagram(plan.builder());
+    std::vector<unsigned> leaders;
     for (;;) {
         diagram.computeTranslationHierarchy(view.splitDistance * toPlanning);
         view.offsets.clear();
         for (unsigned g = 0; g < plan.assembly().groups.size(); ++g)
             view.offsets.push_back(diagram.getFinalPerGroupTranslation(g));
+        leaders = options.explodeInside ? std::vector<unsigned>() : rigidSetLeaders(plan, view.offsets, view.base);
+        followLeaders(view.offsets, leaders);
         if (!plan.verification())
             break;
         view.overlaps = plan.verification()->verifier->overlapsAtOffsets(view.offsets);
@@ -106,6 +143,7 @@ ExplodedView explodeAssembly(const Plan& plan, const ExplodeOptions& options)
         for (Wm4::Vector3<float>& translation : keys.translations)
             translation *= toWorld;
     view.keyframes = keyframesRelativeTo(keyframes, view.base);
+    followLeaders(view.keyframes, leaders);
     if (options.speed > 0)
         view.keyframes = retimedByTravel(view.keyframes, options.speed * diagonal(plan.assembly()),
                                          kMinimumStretchSeconds);

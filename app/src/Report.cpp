@@ -178,6 +178,7 @@ Json explodeReport(const Plan& plan, const ExplodedView& view, const ExplodeOpti
                            {"baseGroup", view.base},
                            {"units", options.glb.units},
                            {"speed", options.speed},
+                           {"explodeInside", options.explodeInside},
                            {"compressed", options.glb.compress},
                            {"animation", options.staticPose ? Json(nullptr) : Json(options.glb.animationName)}};
     addExplodedPoseCheck(plan, view, report);

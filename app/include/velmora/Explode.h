@@ -5,6 +5,10 @@
 // The plan must hold a hierarchy. The animation attaches keyframe controllers
 // to the plan's group meshes (replacing any an earlier call attached); the
 // geometry and the hierarchy are not changed.
+//
+// Unless asked to explode inside them, the plan's keep-together sets move as
+// rigid bodies: every group of a set takes the offset and the keys of one
+// member (the base when the set holds it), so its parts never move apart.
 #pragma once
 
 #include <vector>
@@ -24,6 +28,7 @@ struct ExplodeOptions {
     // stretch of the animation lasts in proportion to its travel; 0 keeps
     // the library's timing (one second per split).
     float speed = 0;
+    bool explodeInside = false;  // keep-together sets come apart like the rest
     GlbOptions glb;            // how the file is written (its baseGroup is set from `base`)
 };
 
