@@ -276,4 +276,30 @@ TEST(CliDemoPlan, DemoPlansTheWholeHierarchyAndWritesTheView)
     fs::remove_all(dir);
 }
 
+// Middle and top kept as one: they come off the base as one piece unless
+// asked to explode inside the set.
+TEST_F(CliPlanTest, KeptTogetherSetsMoveAsOnePieceUnlessExplodedInside)
+{
+    const fs::path glb = dir / "kept.glb";
+    const std::vector<std::string> common = {"explode", input, "-o", glb.string(), "--report", "-",
+                                             "--keep-together", "middle,top", "--pose", "exploded"};
+    CliRun whole = run(common);
+    ASSERT_EQ(whole.status, velmora::kExitOk) << whole.err;
+    const json wholeView = json::parse(whole.out)["explosion"];
+    EXPECT_EQ(wholeView["explodeInside"], false);
+    EXPECT_EQ(wholeView["base"], json::array({"base"}));
+    EXPECT_EQ(wholeView["offsets"][0], json::array({0.0, 0.0, 0.0}));
+    EXPECT_EQ(wholeView["offsets"][1], wholeView["offsets"][2]);
+    EXPECT_GT(wholeView["offsets"][1][2].get<double>(), 0.0);  // the set leaves the base upwards
+
+    std::vector<std::string> insideArgs = common;
+    insideArgs.push_back("--explode-inside");
+    CliRun inside = run(insideArgs);
+    ASSERT_EQ(inside.status, velmora::kExitOk) << inside.err;
+    const json insideView = json::parse(inside.out)["explosion"];
+    EXPECT_EQ(insideView["explodeInside"], true);
+    EXPECT_EQ(insideView["offsets"][0], json::array({0.0, 0.0, 0.0}));
+    EXPECT_GT(insideView["offsets"][2][2].get<double>(), insideView["offsets"][1][2].get<double>());
+}
+
 }  // namespace
