@@ -14,7 +14,7 @@ if [ "$#" -le 1 ] && [ "${1:-}" != "--list" ] && [ "${1:-}" != "--help" ]; then
     name="${1:-stack}"
     mkdir -p build/demo
     "$velmora" demo "$name" -o "build/demo/$name.json"
-    echo "demo: plan in build/demo/$name.json, exploded view in build/demo/$name.glb"
+    echo "demo: plan in build/demo/$name.json, exploded view in build/demo/$name.glb (and $name.html when built with the viewer)"
 else
     "$velmora" demo "$@"
 fi
