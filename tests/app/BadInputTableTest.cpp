@@ -18,6 +18,7 @@
 #include "CliRun.h"
 #include "velmora/Assembly.h"
 #include "velmora/ChildProcess.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 using json = nlohmann::json;
@@ -27,16 +28,9 @@ namespace {
 using cli_test::CliRun;
 using cli_test::run;
 
-class BadInputs : public ::testing::Test {
+class BadInputs : public velmora_test::TempDirTest {
 protected:
-    void SetUp() override
-    {
-        dir = fs::temp_directory_path() /
-              ("velmora-bad-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    BadInputs() : TempDirTest("velmora-bad-") {}
 
     std::string write(const std::string& name, const std::string& bytes)
     {
@@ -44,7 +38,6 @@ protected:
         return (dir / name).string();
     }
 
-    fs::path dir;
 };
 
 constexpr const char* kTetra = "o t\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 2 3\nf 1 2 4\nf 1 3 4\nf 2 3 4\n";

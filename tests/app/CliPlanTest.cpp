@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "CliRun.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -34,14 +35,13 @@ std::string objBox(const std::string& name, const float lo[3], const float hi[3]
 }
 
 // Three 2 x 2 x 1 slabs stacked along z: base, middle, top.
-class CliPlanTest : public ::testing::Test {
+class CliPlanTest : public velmora_test::TempDirTest {
 protected:
+    CliPlanTest() : TempDirTest("velmora-cli-plan-") {}
+
     void SetUp() override
     {
-        dir = fs::temp_directory_path() /
-              ("velmora-cli-plan-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
+        TempDirTest::SetUp();
         std::ofstream obj(dir / "stack.obj");
         const char* names[3] = {"base", "middle", "top"};
         for (unsigned k = 0; k < 3; ++k) {
@@ -50,11 +50,9 @@ protected:
         }
         input = (dir / "stack.obj").string();
     }
-    void TearDown() override { fs::remove_all(dir); }
 
     json readJson(const fs::path& path) const { return json::parse(std::ifstream(path)); }
 
-    fs::path dir;
     std::string input;
 };
 

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "CliRun.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 
@@ -15,19 +16,16 @@ namespace {
 using cli_test::CliRun;
 using cli_test::run;
 
-class CliTest : public ::testing::Test {
+class CliTest : public velmora_test::TempDirTest {
 protected:
+    CliTest() : TempDirTest("velmora-cli-") {}
+
     void SetUp() override
     {
-        dir = fs::temp_directory_path() /
-              ("velmora-cli-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
+        TempDirTest::SetUp();
         std::ofstream(dir / "pair.obj") << "o left\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 2 3\nf 1 2 4\nf 1 3 4\nf 2 3 4\n"
                                            "o right\nv 2 0 0\nv 3 0 0\nv 2 1 0\nv 2 0 1\nf 5 6 7\nf 5 6 8\nf 5 7 8\nf 6 7 8\n";
     }
-    void TearDown() override { fs::remove_all(dir); }
-    fs::path dir;
 };
 
 TEST_F(CliTest, VersionAndHelp)

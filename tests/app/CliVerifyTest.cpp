@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "CliRun.h"
+#include "TempDirTest.h"
 
 namespace {
 
@@ -29,22 +30,19 @@ std::string objBox(const std::string& name, const float lo[3], const float hi[3]
     return obj.str();
 }
 
-class CliVerifyTest : public ::testing::Test {
+class CliVerifyTest : public velmora_test::TempDirTest {
 protected:
+    CliVerifyTest() : TempDirTest("velmora-cli-verify-") {}
+
     void SetUp() override
     {
-        dir = fs::temp_directory_path() /
-              ("velmora-cli-verify-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
+        TempDirTest::SetUp();
         std::ofstream obj(dir / "copies.obj");
         const float baseLo[3] = {-2, -2, -1}, baseHi[3] = {4, 4, 0}, lo[3] = {0, 0, 0}, hi[3] = {2, 2, 1};
         obj << objBox("base", baseLo, baseHi, 1) << objBox("box", lo, hi, 9) << objBox("copy", lo, hi, 17);
         input = (dir / "copies.obj").string();
     }
-    void TearDown() override { fs::remove_all(dir); }
 
-    fs::path dir;
     std::string input;
 };
 

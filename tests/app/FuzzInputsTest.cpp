@@ -10,6 +10,7 @@
 #include "CliRun.h"
 #include "velmora/Import.h"
 #include "velmora/PlanReader.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 
@@ -26,16 +27,9 @@ std::vector<fs::path> filesIn(const fs::path& folder)
     return files;
 }
 
-class FuzzInputs : public ::testing::Test {
+class FuzzInputs : public velmora_test::TempDirTest {
 protected:
-    void SetUp() override
-    {
-        dir = fs::temp_directory_path() /
-              ("velmora-fuzz-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    FuzzInputs() : TempDirTest("velmora-fuzz-") {}
 
     // The mesh file as the importer would meet it, alone in a folder.
     std::string placed(const fs::path& file)
@@ -45,7 +39,6 @@ protected:
         return copy.string();
     }
 
-    fs::path dir;
 };
 
 TEST_F(FuzzInputs, SeedsReadAndRegressionsAreInputErrors)

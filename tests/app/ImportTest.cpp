@@ -8,21 +8,15 @@
 
 #include "TestMeshes.h"
 #include "velmora/Import.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-class ImportTest : public ::testing::Test {
+class ImportTest : public velmora_test::TempDirTest {
 protected:
-    void SetUp() override
-    {
-        dir = fs::temp_directory_path() /
-              ("velmora-import-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    ImportTest() : TempDirTest("velmora-import-") {}
 
     std::string write(const std::string& name, const std::string& text)
     {
@@ -31,7 +25,6 @@ protected:
         return path.string();
     }
 
-    fs::path dir;
 };
 
 // A unit cube as an ASCII STL solid, shifted by `dx` along x.

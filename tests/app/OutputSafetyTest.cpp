@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "CliRun.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 
@@ -86,19 +87,16 @@ int exitStatusOf(pid_t pid)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-class OutputSafety : public ::testing::Test {
+class OutputSafety : public velmora_test::TempDirTest {
 protected:
+    OutputSafety() : TempDirTest("velmora-output-") {}
+
     void SetUp() override
     {
-        dir = fs::temp_directory_path() /
-              ("velmora-output-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
+        TempDirTest::SetUp();
         input = dir / "a.obj";
         std::ofstream(input) << kTetra;
     }
-    void TearDown() override { fs::remove_all(dir); }
-    fs::path dir;
     fs::path input;
 };
 

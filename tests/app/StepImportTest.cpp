@@ -21,6 +21,7 @@
 #include "StepWriter.h"
 #include "AssemblyChecks.h"
 #include "velmora/Import.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 using namespace step_test;
@@ -34,16 +35,9 @@ namespace {
 
 const Colour kRed{1, 0, 0, 1}, kGreen{0, 1, 0, 1}, kBlue{0, 0, 1, 1};
 
-class StepImportTest : public ::testing::Test {
+class StepImportTest : public velmora_test::TempDirTest {
 protected:
-    void SetUp() override
-    {
-        dir = fs::temp_directory_path() /
-              ("velmora-step-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    StepImportTest() : TempDirTest("velmora-step-") {}
 
     std::string path(const std::string& name) const { return (dir / name).string(); }
 
@@ -77,7 +71,6 @@ protected:
         return path(name);
     }
 
-    fs::path dir;
 };
 
 unsigned partIndex(const Assembly& assembly, const std::string& name)

@@ -10,6 +10,7 @@
 #include "GltfTree.h"
 #include "AssemblyChecks.h"
 #include "velmora/Import.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 using gltf_test::Node;
@@ -20,18 +21,10 @@ using namespace assembly_test;
 
 namespace {
 
-class TreeGroupingTest : public ::testing::Test {
+class TreeGroupingTest : public velmora_test::TempDirTest {
 protected:
-    void SetUp() override
-    {
-        dir = fs::temp_directory_path() /
-              ("velmora-tree-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    TreeGroupingTest() : TempDirTest("velmora-tree-") {}
     std::string path(const std::string& name) const { return (dir / name).string(); }
-    fs::path dir;
 };
 
 TEST(GroupingParse, SubassemblyAndLevels)

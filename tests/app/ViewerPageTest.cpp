@@ -8,6 +8,7 @@
 #include "CliRun.h"
 #include "velmora/Assembly.h"
 #include "velmora/ViewerPage.h"
+#include "TempDirTest.h"
 
 namespace fs = std::filesystem;
 
@@ -100,19 +101,11 @@ TEST(ViewerPage, PageHoldsTheGlbTheReportAndTheScriptAndNothingToFetch)
     EXPECT_EQ(scriptText(empty, "velmora-report"), "");
 }
 
-class ViewerCli : public ::testing::Test {
+class ViewerCli : public velmora_test::TempDirTest {
 protected:
-    void SetUp() override
-    {
-        dir = fs::temp_directory_path() /
-              ("velmora-page-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    ViewerCli() : TempDirTest("velmora-page-") {}
     std::string at(const char* name) const { return (dir / name).string(); }
     const std::string pins = std::string(VELMORA_EXAMPLES_DIR) + "/assemblies/pins.glb";
-    fs::path dir;
 };
 
 TEST_F(ViewerCli, ExplodeAndRemoveEmbedWhatTheyWrite)
