@@ -8,32 +8,19 @@
 
 #include <filesystem>
 
+#include "CorpusAssemblies.h"
 #include "BuilderFixtures.h"
 #include "TestMeshes.h"
 #include "velmora/Import.h"
 
 namespace {
 
-std::vector<std::filesystem::path> corpusAssemblies()
-{
-    std::vector<std::filesystem::path> paths;
-    const std::string dir = velmora_test::corpusDir();
-    if (dir.empty())
-        return paths;
-    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-        if (entry.is_directory() || velmora::isSupportedMeshFile(entry.path().string()))
-            paths.push_back(entry.path());
-    }
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
-
 TEST(CorpusHierarchy, SplitsSeparateAlongTheirDirections)
 {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "too slow under AddressSanitizer";
 #endif
-    const auto assemblies = corpusAssemblies();
+    const auto assemblies = velmora_test::corpusAssemblies();
     if (assemblies.empty())
         GTEST_SKIP() << "no corpus beside this checkout";
     for (const auto& path : assemblies) {
