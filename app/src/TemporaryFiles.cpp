@@ -42,8 +42,7 @@ void installHandlers()
     ::sigaction(SIGTERM, &action, nullptr);
 }
 
-}  // namespace
-
+// Registers `path` in a free slot; -1 when it is too long or none is free.
 int registerTemporaryFile(const char* path)
 {
     static std::once_flag installed;
@@ -60,6 +59,8 @@ int registerTemporaryFile(const char* path)
     }
     return -1;
 }
+
+}  // namespace
 
 int createRegisteredTemporaryFile(std::string& pattern, int& slot)
 {
