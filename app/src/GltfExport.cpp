@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "GltfMesh.h"
+#include "RigidCopies.h"
 #include "kxBBox.h"
 #include "velmora/OutputFile.h"
 
@@ -38,6 +39,9 @@ constexpr int kUnsignedInt = 5125;
 constexpr int kFloat = 5126;
 constexpr int kArrayBuffer = 34962;
 constexpr int kElementArrayBuffer = 34963;
+// How far, against its size, a vertex of a placed copy may lie from where
+// the shared mesh puts it: far below what a view shows.
+constexpr double kRigidCopyTolerance = 1e-5;
 constexpr int kModeLines = 1;
 constexpr int kModeTriangles = 4;
 constexpr float kPi = 3.14159265358979f;
@@ -286,6 +290,10 @@ public:
         setMatrix(root, toGltfFrame(options), Vec3f::ZERO);
         mRoot = mBuilder.add("nodes", std::move(root));
         mPaths[""] = mRoot;
+        std::vector<const kx::kxTriMesh*> meshes;
+        for (const Part& part : assembly.parts)
+            meshes.push_back(part.mesh.get());
+        mCopies = findRigidCopies(meshes, kRigidCopyTolerance);
     }
 
     int root() const { return mRoot; }
@@ -298,9 +306,11 @@ public:
         const int node = mBuilder.add("nodes", {{"name", p.name}, {"translation", vec3Json(translation)}, {"extras", extras}});
         mBuilder.addChild(pathNode(parentPath(p)), node);
         const StoredMesh& stored = meshOf(part);
+        const RigidCopy& copy = mCopies[part];
         const Mat3f& world = p.mesh->World.GetMatrix();
         json meshNode = {{"name", p.name}};
-        setMatrix(meshNode, world * stored.step, world * stored.origin + p.mesh->World.GetTranslate());
+        setMatrix(meshNode, world * copy.rotation * stored.step,
+                  world * (copy.rotation * stored.origin + copy.translation) + p.mesh->World.GetTranslate());
         if (stored.mesh >= 0)
             meshNode["mesh"] = stored.mesh;
         mBuilder.addChild(node, mBuilder.add("nodes", std::move(meshNode)));
@@ -370,18 +380,20 @@ private:
         return node;
     }
 
-    // The stored mesh of a part: parts sharing buffers and colour share one.
+    // The stored mesh of a part: parts whose meshes are rigid copies of one
+    // mesh and that have the same colour share one.
     const StoredMesh& meshOf(unsigned part)
     {
         const Part& p = mAssembly.parts[part];
-        const Key key{p.mesh->GetVertexBuffer(), p.mesh->GetIndexBuffer(), p.colour.has_value(),
+        const kx::kxTriMesh& geometry = *mAssembly.parts[mCopies[part].source].mesh;
+        const Key key{geometry.GetVertexBuffer(), geometry.GetIndexBuffer(), p.colour.has_value(),
                       p.colour ? std::make_tuple(p.colour->r, p.colour->g, p.colour->b, p.colour->a)
                                : std::make_tuple(0.f, 0.f, 0.f, 0.f)};
         const auto found = mMeshes.find(key);
         if (found != mMeshes.end())
             return found->second;
         StoredMesh& stored = mMeshes[key];
-        const ShadedMesh shaded = shadeMesh(*p.mesh, double(mOptions.creaseAngle) * kPi / 180.0);
+        const ShadedMesh shaded = shadeMesh(geometry, double(mOptions.creaseAngle) * kPi / 180.0);
         if (shaded.indices.empty())
             return stored;
         const auto [position, normal] = addAttributes(mBuilder, shaded, mOptions.compress, stored);
@@ -413,6 +425,7 @@ private:
     std::map<Key, StoredMesh> mMeshes;
     std::map<ColourKey, int> mMaterials;
     size_t mPaletteUsed = 0;
+    std::vector<RigidCopy> mCopies;
 };
 
 // The unit quaternion (x, y, z, w) of a rotation matrix.

@@ -213,6 +213,20 @@ velmora::Assembly normalsAssembly()
     return assembly;
 }
 
+// `mesh` with its vertices turned and moved in its own buffer, the way CAD
+// exports write each placed instance of a part.
+kx::kxPointer<kx::kxTriMesh> bakedCopy(const kx::kxTriMesh& mesh, const Wm4::Matrix3<float>& rotation,
+                                       const Vec3f& translation)
+{
+    kx::kxAttributes attributes;
+    attributes.SetPositionChannels(3);
+    const kx::kxVertexBuffer& source = *mesh.GetVertexBuffer();
+    kx::kxPointer<kx::kxVertexBuffer> vertices = new kx::kxVertexBuffer(attributes, source.GetVertexQuantity());
+    for (int v = 0; v < source.GetVertexQuantity(); ++v)
+        vertices->Position3(v) = rotation * source.Position3(v) + translation;
+    return new kx::kxTriMesh(vertices, mesh.GetIndexBuffer());
+}
+
 fs::path temporaryDirectory()
 {
     const fs::path dir = fs::temp_directory_path() / ("velmora-gltf-export-" + std::to_string(::getpid()));
@@ -465,15 +479,23 @@ TEST(GltfExport, IdenticalPartsShareAMeshAndEqualColoursAMaterial)
     const velmora::Colour red{0.5f, 0.1f, 0.1f, 1.0f};
     assembly.parts.push_back({"red", "(test)", "", velmora::shapes::box({0, 4, 0}, {2, 6, 2}), red});
     assembly.parts.push_back({"red too", "(test)", "", velmora::shapes::lathe({{0, 0}, {1, 0}, {0, 1}}, 16), red});
-    assembly.parts.push_back({"plain", "(test)", "", velmora::shapes::box({0, 9, 0}, {1, 10, 1}), std::nullopt});
+    assembly.parts.push_back({"plain", "(test)", "", velmora::shapes::box({0, 9, 0}, {1, 11, 1}), std::nullopt});
+    // Placed copies of the pin written as meshes of their own: one turned a
+    // quarter about Z, one turned by a mirror (never a copy).
+    const Wm4::Matrix3<float> quarter(0, -1, 0, 1, 0, 0, 0, 0, 1), mirror(-1, 0, 0, 0, 1, 0, 0, 0, 1);
+    assembly.parts.push_back({"pin placed", "(test)", "", bakedCopy(*shape, quarter, Vec3f(7, 1, 0)), std::nullopt});
+    assembly.parts.push_back({"pin mirrored", "(test)", "", bakedCopy(*shape, mirror, Vec3f(9, 1, 0)), std::nullopt});
     velmora::assignGroups(assembly, velmora::GroupBy::Mesh);
-    const Glb glb(velmora::buildExplodedPoseGlb(assembly, std::vector<Vec3f>(5, Vec3f::ZERO)));
+    const Glb glb(velmora::buildExplodedPoseGlb(assembly, std::vector<Vec3f>(7, Vec3f::ZERO)));
 
-    EXPECT_EQ(4u, glb.document["meshes"].size());
+    EXPECT_EQ(5u, glb.document["meshes"].size());
     EXPECT_EQ(glb.meshNode("pin#1")["mesh"], glb.meshNode("pin#2")["mesh"]);
+    EXPECT_EQ(glb.meshNode("pin#1")["mesh"], glb.meshNode("pin placed")["mesh"]);
+    EXPECT_NE(glb.meshNode("pin#1")["mesh"], glb.meshNode("pin mirrored")["mesh"]);
     const auto materialOf = [&](const std::string& part) { return glb.primitive(glb.meshNode(part))["material"]; };
-    EXPECT_EQ(3u, glb.document["materials"].size());
+    EXPECT_EQ(4u, glb.document["materials"].size());
     EXPECT_EQ(materialOf("red"), materialOf("red too"));
+    EXPECT_EQ(materialOf("pin#1"), materialOf("pin placed"));
     const auto colourOf = [&](const std::string& part) {
         return glb.document["materials"][materialOf(part).get<size_t>()]["pbrMetallicRoughness"]["baseColorFactor"];
     };
@@ -494,7 +516,14 @@ TEST(GltfExport, FilesReadBackAsTheAssemblyCompressedOrNot)
     assembly.parts[0].node = "outer/inner";
     assembly.parts[1].node = "outer";
     assembly.parts[1].colour = velmora::Colour{0.2f, 0.4f, 0.6f, 1.0f};
-    const std::vector<Vec3f> offsets = {Vec3f(0, 0, 0), Vec3f(0, 0, 10), Vec3f(0, 20, 0)};
+    // A turned copy of the mirrored part, stored once and placed by its node.
+    velmora::Part turned = partOf("turned copy", bakedCopy(*assembly.parts[1].mesh,
+                                                            Wm4::Matrix3<float>::FromAxisAngle(Vec3f(0.6f, 0.8f, 0), 0.9f),
+                                                            Vec3f(3, 9, -4)), {});
+    turned.colour = assembly.parts[1].colour;
+    assembly.parts.push_back(turned);
+    velmora::assignGroups(assembly, velmora::GroupBy::Mesh);
+    const std::vector<Vec3f> offsets = {Vec3f(0, 0, 0), Vec3f(0, 0, 10), Vec3f(0, 20, 0), Vec3f(5, 0, 0)};
     const fs::path dir = temporaryDirectory();
     for (bool compress : {false, true}) {
         SCOPED_TRACE(compress ? "compressed" : "plain");
@@ -502,6 +531,7 @@ TEST(GltfExport, FilesReadBackAsTheAssemblyCompressedOrNot)
         options.compress = compress;
         const std::vector<unsigned char> bytes = velmora::buildExplodedPoseGlb(assembly, offsets, options);
         const Glb glb(bytes);
+        EXPECT_EQ(glb.meshNode("mirrored")["mesh"], glb.meshNode("turned copy")["mesh"]);
         if (compress) {
             EXPECT_EQ(glb.document["extensionsRequired"], json({"KHR_mesh_quantization", "EXT_meshopt_compression"}));
             EXPECT_TRUE(glb.document["buffers"][1]["extensions"]["EXT_meshopt_compression"]["fallback"].get<bool>());
