@@ -17,6 +17,12 @@ Wm4::Vector3<float> inPlanningFrame(const Wm4::Vector3<float>& world, double pla
     return p;
 }
 
+void checkGroupPair(unsigned a, unsigned b, const kxMeshGroups& groups, const char* what)
+{
+    if (a >= groups.getNoGroups() || b >= groups.getNoGroups())
+        throw InputError(std::string("the plan report is not usable: ") + what + " names a group the inputs do not have");
+}
+
 std::vector<Wm4::Vector3<double>> directionSet(const kxContactDiagram& diagram)
 {
     std::vector<Wm4::Vector3<double>> directions;
@@ -46,6 +52,7 @@ SavedDiagram savedContactDiagram(const SavedPlan& saved, const kxMeshGroups& gro
     out.diagram = std::make_unique<kxContactDiagram>(0u, unsigned(saved.contacts.size()), groups);
     bool anyZeroArea = false;
     for (const SavedPlan::SavedContact& contact : saved.contacts) {
+        checkGroupPair(contact.group0, contact.group1, groups, "a contact");
         // The plan has one mesh per group, mesh g being group g.
         out.diagram->pushContactEdge(contact.group0, contact.group1, contact.directions.data(),
                                      unsigned(contact.directions.size()),
@@ -62,6 +69,7 @@ void pushSavedDistantConstraints(kxDisassemblyHierarchyBuilder& builder, const S
 {
     builder.setNoDistantConstraints(unsigned(saved.distant->size()));
     for (const SavedPlan::SavedDistantConstraint& constraint : *saved.distant) {
+        checkGroupPair(constraint.groupA, constraint.groupB, builder.getMeshGroups(), "a blocking constraint");
         std::vector<unsigned> penalties = constraint.penalties;
         builder.pushDistantConstraint(constraint.groupA, constraint.groupB, constraint.directionIds, penalties);
     }
