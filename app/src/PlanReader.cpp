@@ -111,14 +111,14 @@ void readSettings(const json& report, SavedPlan& plan)
     }
 }
 
-Wm4::Vector3<double> direction(const json& value)
+Wm4::Vector3<double> direction(const json& value, const std::string& what = "a direction")
 {
     if (!value.is_array() || value.size() != 3)
-        bad("a direction is not three numbers");
+        bad(what + " is not three numbers");
     Wm4::Vector3<double> out;
     for (int k = 0; k < 3; ++k) {
         if (!value[k].is_number() || !std::isfinite(value[k].get<double>()))
-            bad("a direction is not three numbers");
+            bad(what + " is not three numbers");
         out[k] = value[k].get<double>();
     }
     return out;
@@ -160,18 +160,19 @@ Wm4::Vector3<float> point(const json& value, const std::string& where)
 {
     if (value.is_null())
         return Wm4::Vector3<float>(0.0f, 0.0f, 0.0f);
-    const Wm4::Vector3<double> p = direction(value);
-    const Wm4::Vector3<float> out{float(p[0]), float(p[1]), float(p[2])};
-    if (!std::isfinite(out[0]) || !std::isfinite(out[1]) || !std::isfinite(out[2]))
-        bad(where + "'s point is out of range");
-    return out;
+    const Wm4::Vector3<double> p = direction(value, where + "'s point");
+    constexpr double kLargest = std::numeric_limits<float>::max();
+    for (int k = 0; k < 3; ++k)
+        if (!(std::abs(p[k]) <= kLargest))
+            bad(where + "'s point is out of range");
+    return {float(p[0]), float(p[1]), float(p[2])};
 }
 
 // Removal directions are unit vectors: anything else was not written by the planner.
 Wm4::Vector3<double> unitDirection(const json& value, const std::string& where)
 {
     constexpr double kUnitTolerance = 1e-6;
-    const Wm4::Vector3<double> d = direction(value);
+    const Wm4::Vector3<double> d = direction(value, where + "'s direction");
     if (!(std::abs(d.Length() - 1.0) <= kUnitTolerance))
         bad(where + " has a direction that is not of unit length");
     return d;
