@@ -262,7 +262,12 @@ std::unique_ptr<Plan> runPlanner(const Assembly& assembly, const PlanFlags& flag
         options.angleTolerance = saved->angleTolerance;
         options.distantContacts = saved->distantContacts;
         options.keepTogether = keepTogetherGroupIds(*saved, assembly);
-        options.savedHierarchy = &saved->hierarchy;
+        options.savedPlan = saved;
+        // The saved contacts and verdicts are those of the report's frame and checks.
+        options.normaliseScale = saved->normaliseScale.value_or(options.normaliseScale);
+        options.freeZeroAreaContacts = saved->freeZeroAreaContacts.value_or(options.freeZeroAreaContacts);
+        if (saved->holdsConstraints())
+            options.verify = options.verify && saved->verification.has_value();
     }
     std::unique_ptr<Plan> plan;
     {
@@ -388,6 +393,12 @@ void writeExplodedView(const Plan& plan, const ExplodeFlags& flags, const Explod
     writeView(plan, flags, options, view, timer.getElapsedMs(), glbFile, reportFile, std::move(report), err, pageFile);
 }
 
+// The saved plan report at `path`, none when no path is given.
+std::optional<SavedPlan> readOptionalPlan(const std::string& path)
+{
+    return path.empty() ? std::nullopt : std::optional<SavedPlan>(readPlanReport(path));
+}
+
 int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFlags& explode, std::ostream& out,
                std::ostream& err)
 {
@@ -398,8 +409,7 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
     const std::unique_ptr<OutputFile> reportFile = openOptionalOutput(explode.report, out);
     const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(explode.glb, out);
     const std::unique_ptr<OutputFile> pageFile = openPage(explode.html, out);
-    const std::optional<SavedPlan> saved =
-        explode.plan.empty() ? std::nullopt : std::optional<SavedPlan>(readPlanReport(explode.plan));
+    const std::optional<SavedPlan> saved = readOptionalPlan(explode.plan);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
     if (saved)
@@ -424,16 +434,24 @@ int runExplode(const InputFlags& inputs, const PlanFlags& flags, const ExplodeFl
 int runRemove(const InputFlags& inputs, const PlanFlags& flags, const RemoveFlags& remove, std::ostream& out,
               std::ostream& err)
 {
-    checkOutputs(inputs, {remove.report, remove.glb, remove.html});
+    std::vector<std::string> inputFiles = listInputFiles(inputs.inputs);
+    if (!remove.view.plan.empty())
+        inputFiles.push_back(remove.view.plan);  // a saved plan is an input too
+    checkOutputsAgainstInputs({remove.report, remove.glb, remove.html}, inputFiles);
     const std::unique_ptr<OutputFile> reportFile = openOptionalOutput(remove.report, out);
     const std::unique_ptr<OutputFile> glbFile = openOptionalOutput(remove.glb, out);
     const std::unique_ptr<OutputFile> pageFile = openPage(remove.html, out);
+    const std::optional<SavedPlan> saved = readOptionalPlan(remove.view.plan);
     kx::kxTimer timer;
     const Assembly assembly = importWithWarnings(inputs, err);
+    if (saved)
+        checkPlanFits(*saved, assembly);
     const unsigned part = findPart(assembly, remove.part);
     const unsigned base = removalBaseGroup(assembly, part, remove.view.view.fix);
     const double importMs = timer.getElapsedMs();
-    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err);
+    const std::unique_ptr<Plan> plan = runPlanner(assembly, flags, true, err, saved ? &*saved : nullptr);
+    if (saved)
+        checkDirectionsFit(*saved, plan->diagram());
     timer.reset();
     RemovalPlan removal;
     {
@@ -559,6 +577,9 @@ int runCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     remove->add_option("-o,--output", removeFlags.report, "Also write the steps as JSON (- for standard output)");
     remove->add_option("--gltf", removeFlags.glb, "Also write the steps as an animated .glb");
     remove->add_option("--html", removeFlags.html, "Also write the steps as a self-contained HTML page");
+    remove->add_option("--plan", removeFlags.view.plan,
+                       "A report of `velmora plan` on the same inputs: take its tree instead of planning")
+        ->type_name("PLAN.json");
     addPlanFlags(*remove, planning, true);
     addViewFlags(*remove, removeFlags.view);
 

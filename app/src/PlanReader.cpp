@@ -5,6 +5,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <tuple>
 
 namespace velmora {
 namespace {
@@ -110,17 +111,137 @@ void readSettings(const json& report, SavedPlan& plan)
     }
 }
 
-Wm4::Vector3<double> direction(const json& value)
+Wm4::Vector3<double> direction(const json& value, const std::string& what = "a direction")
 {
     if (!value.is_array() || value.size() != 3)
-        bad("a direction is not three numbers");
+        bad(what + " is not three numbers");
     Wm4::Vector3<double> out;
     for (int k = 0; k < 3; ++k) {
         if (!value[k].is_number() || !std::isfinite(value[k].get<double>()))
-            bad("a direction is not three numbers");
+            bad(what + " is not three numbers");
         out[k] = value[k].get<double>();
     }
     return out;
+}
+
+bool flag(const json& value, const std::string& where)
+{
+    if (!value.is_boolean())
+        bad(where + " is not true or false");
+    return value.get<bool>();
+}
+
+std::optional<bool> optionalFlag(const json& object, const char* key, const std::string& where)
+{
+    const auto found = object.find(key);
+    return found == object.end() ? std::nullopt : std::optional<bool>(flag(*found, where + "'s \"" + key + "\""));
+}
+
+unsigned groupId(const json& value, const SavedPlan& plan, const std::string& where)
+{
+    const unsigned g = count(value, where);
+    if (g >= plan.groups.size())
+        bad(where + " names group " + std::to_string(g) + " of only " + std::to_string(plan.groups.size()));
+    return g;
+}
+
+// Two different groups of the plan.
+std::pair<unsigned, unsigned> groupPair(const json& value, const SavedPlan& plan, const std::string& where)
+{
+    if (!value.is_array() || value.size() != 2)
+        bad(where + "'s groups are not two ids");
+    const unsigned a = groupId(value[0], plan, where), b = groupId(value[1], plan, where);
+    if (a == b)
+        bad(where + " joins group " + std::to_string(a) + " to itself");
+    return {a, b};
+}
+
+Wm4::Vector3<float> point(const json& value, const std::string& where)
+{
+    if (value.is_null())
+        return Wm4::Vector3<float>(0.0f, 0.0f, 0.0f);
+    const Wm4::Vector3<double> p = direction(value, where + "'s point");
+    constexpr double kLargest = std::numeric_limits<float>::max();
+    for (int k = 0; k < 3; ++k)
+        if (!(std::abs(p[k]) <= kLargest))
+            bad(where + "'s point is out of range");
+    return {float(p[0]), float(p[1]), float(p[2])};
+}
+
+// Removal directions are unit vectors: anything else was not written by the planner.
+Wm4::Vector3<double> unitDirection(const json& value, const std::string& where)
+{
+    constexpr double kUnitTolerance = 1e-6;
+    const Wm4::Vector3<double> d = direction(value, where + "'s direction");
+    if (!(std::abs(d.Length() - 1.0) <= kUnitTolerance))
+        bad(where + " has a direction that is not of unit length");
+    return d;
+}
+
+void readContacts(const json& report, SavedPlan& plan)
+{
+    for (const json& contact : array(member(report, "contacts", "the report"), "\"contacts\"")) {
+        const std::string where = "contact " + std::to_string(plan.contacts.size());
+        SavedPlan::SavedContact saved;
+        std::tie(saved.group0, saved.group1) = groupPair(member(contact, "groups", where), plan, where);
+        saved.point = point(member(contact, "point", where), where);
+        for (const json& d : array(member(contact, "directions", where), where + "'s directions"))
+            saved.directions.push_back(unitDirection(d, where));
+        saved.zeroArea = flag(member(contact, "zeroArea", where), where + "'s \"zeroArea\"");
+        plan.contacts.push_back(std::move(saved));
+    }
+}
+
+// A direction word of a blocking constraint: a line of the direction set,
+// the sense in the top bit.
+unsigned directionWord(const json& value, const SavedPlan& plan, const std::string& where)
+{
+    constexpr unsigned kIdMask = 0x7FFFFFFFu;
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > std::numeric_limits<uint32_t>::max() ||
+        (value.get<uint32_t>() & kIdMask) >= plan.noDirections)
+        bad(where + " names a direction the report does not have");
+    return value.get<uint32_t>();
+}
+
+void readDistantConstraints(const json& hierarchy, SavedPlan& plan)
+{
+    const auto found = hierarchy.find("distant");
+    if (found == hierarchy.end())
+        return;
+    plan.distant.emplace();
+    for (const json& constraint : array(*found, "\"hierarchy.distant\"")) {
+        const std::string where = "blocking constraint " + std::to_string(plan.distant->size());
+        SavedPlan::SavedDistantConstraint saved;
+        std::tie(saved.groupA, saved.groupB) = groupPair(member(constraint, "groups", where), plan, where);
+        for (const json& id : array(member(constraint, "directionIds", where), where + "'s direction ids"))
+            saved.directionIds.push_back(directionWord(id, plan, where));
+        const json& penalties = member(constraint, "penalties", where);
+        saved.penalties = counts(penalties, where + "'s penalties");
+        if (saved.penalties.size() != saved.directionIds.size())
+            bad(where + " has not one penalty per direction");
+        plan.distant->push_back(std::move(saved));
+    }
+}
+
+void readVerification(const json& report, SavedPlan& plan)
+{
+    const auto found = report.find("verification");
+    if (found == report.end())
+        return;
+    SavedPlan::SavedVerification verification;
+    verification.repaired = count(member(*found, "repaired", "\"verification\""), "\"verification.repaired\"");
+    verification.learntConstraints =
+        count(member(*found, "learntConstraints", "\"verification\""), "\"verification.learntConstraints\"");
+    verification.rounds = count(member(*found, "rounds", "\"verification\""), "\"verification.rounds\"");
+    for (const json& node : member(report, "hierarchy", "the report")["nodes"]) {
+        const json& split = node["split"];
+        if (split.is_null())
+            continue;
+        const std::string where = "hierarchy node " + std::to_string(node["id"].get<unsigned>()) + "'s split";
+        if (!flag(member(split, "verified", where), where + "'s \"verified\""))
+            verification.unverifiedSplits.push_back(node["id"].get<unsigned>());
+    }
+    plan.verification = std::move(verification);
 }
 
 std::string partLabel(unsigned p, const std::string& name) { return "part " + std::to_string(p + 1) + " (" + name + ")"; }
@@ -142,6 +263,14 @@ SavedPlan parsePlanReport(const std::string& source)
     const json& hierarchy = member(report, "hierarchy", "the report (it needs a \"plan\" report)");
     for (const json& node : array(member(hierarchy, "nodes", "\"hierarchy\""), "the hierarchy's nodes"))
         plan.hierarchy.push_back(readNode(node));
+    const json& settings = report["settings"];
+    plan.normaliseScale = optionalFlag(settings, "normaliseScale", "\"settings\"");
+    plan.freeZeroAreaContacts = optionalFlag(settings, "freeZeroAreaContacts", "\"settings\"");
+    readDistantConstraints(hierarchy, plan);
+    if (plan.holdsConstraints()) {
+        readContacts(report, plan);
+        readVerification(report, plan);
+    }
     return plan;
 }
 

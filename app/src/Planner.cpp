@@ -7,6 +7,7 @@
 #include "kxDistantContacts.h"
 #include "kxSystem.h"
 #include "velmora/PlanningScale.h"
+#include "velmora/SavedPlanReplay.h"
 #include "velmora/ZeroAreaContacts.h"
 
 namespace velmora {
@@ -72,6 +73,17 @@ kxDisassemblyHierarchy savedTree(const Plan& plan, const std::vector<SavedHierar
     }
 }
 
+// Repair plans failing subtrees again in place, which leaves the builder's
+// edge order depending on the rounds it took. Copying the final tree from the
+// root makes the builder (and so the exploded view) a function of the tree
+// and the constraints alone, which is what a saved plan rebuilds.
+void recopyFromRoot(kxDisassemblyHierarchyBuilder& builder)
+{
+    const kxDisassemblyHierarchy tree(builder.getHierarchy());
+    builder.initSolver();
+    builder.copyGroupsHierarchy(tree);
+}
+
 }  // namespace
 
 
@@ -129,10 +141,20 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     plan->mGroups = std::make_unique<kxMeshGroups>(meshes, nullptr);
     finishStage("groups");
 
+    // A saved plan that holds its contacts and constraints replaces the contact
+    // and distant-contact stages.
+    const SavedPlan* replay =
+        options.hierarchy && options.savedPlan && options.savedPlan->holdsConstraints() ? options.savedPlan : nullptr;
     startStage("contacts");
-    plan->mDiagram = std::make_unique<kxContactDiagram>(*plan->mGroups, plan->mThreads, options.progress);
+    if (replay) {
+        SavedDiagram saved = savedContactDiagram(*replay, *plan->mGroups, plan->mPlanningScale);
+        plan->mDiagram = std::move(saved.diagram);
+        plan->mZeroAreaContacts = std::move(saved.zeroArea);
+    } else {
+        plan->mDiagram = std::make_unique<kxContactDiagram>(*plan->mGroups, plan->mThreads, options.progress);
+    }
     plan->mDiagram->setVerbose(options.verbose);
-    if (options.freeZeroAreaContacts) {
+    if (options.freeZeroAreaContacts && !replay) {
         ZeroAreaContacts freed = freeZeroAreaContacts(*plan->mDiagram, *plan->mGroups);
         if (freed.diagram) {
             plan->mDiagram = std::move(freed.diagram);
@@ -141,6 +163,8 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     }
     finishStage("contacts");
     plan->mDiagram->computeDirectionSet(options.angleTolerance);
+    if (replay)
+        checkDirectionsFit(*replay, *plan->mDiagram);
     finishStage("directions");
     if (!options.hierarchy)
         return plan;
@@ -149,26 +173,34 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     plan->mBuilder =
         std::make_unique<kxDisassemblyHierarchyBuilder>(*plan->mHierarchy, *plan->mDiagram, plan->mThreads);
     plan->mBuilder->setVerbose(options.verbose);
-    if (plan->mDistantContacts) {
+    if (plan->mDistantContacts)
         startStage("distant contacts");
+    if (replay)
+        pushSavedDistantConstraints(*plan->mBuilder, *replay);
+    else if (plan->mDistantContacts)
         kxDistantContacts(*plan->mBuilder).computeDistantContacts(plan->mThreads, options.progress);
+    if (plan->mDistantContacts)
         finishStage("distant");
-    }
     if (!plan->mKeepTogether.empty()) {
         plan->mClustering = makeClustering(plan->mKeepTogether, noGroups);
         plan->mBuilder->setGroupsClustering(plan->mClustering.get());
     }
     startStage("hierarchy");
     plan->mBuilder->initSolver();
-    if (options.savedHierarchy)
-        plan->mBuilder->copyGroupsHierarchy(savedTree(*plan, *options.savedHierarchy));
+    const std::vector<SavedHierarchyNode>* savedNodes =
+        options.savedPlan ? &options.savedPlan->hierarchy : options.savedHierarchy;
+    if (savedNodes)
+        plan->mBuilder->copyGroupsHierarchy(savedTree(*plan, *savedNodes));
     else
         plan->mBuilder->computeGroupsHierarchy(0, options.progress);
     finishStage("hierarchy");
     if (options.verify) {
         startStage("verification");
-        plan->mVerification =
-            std::make_unique<PlanVerification>(verifyHierarchyPlan(*plan->mBuilder, plan->mThreads));
+        plan->mVerification = std::make_unique<PlanVerification>(
+            replay && replay->verification ? savedVerification(*plan->mBuilder, *replay, plan->mThreads)
+                                           : verifyHierarchyPlan(*plan->mBuilder, plan->mThreads));
+        if (plan->mVerification->repair.learntConstraints > 0 && !replay)
+            recopyFromRoot(*plan->mBuilder);
         inWorldLengths(*plan->mVerification, 1.0 / plan->mPlanningScale);
         finishStage("verification");
     }

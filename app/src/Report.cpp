@@ -1,6 +1,7 @@
 #include "velmora/Report.h"
 
 #include "VelmoraVersion.h"
+#include "velmora/SavedPlanReplay.h"
 #include "velmora/VerificationReport.h"
 
 namespace velmora {
@@ -158,7 +159,9 @@ Json planReport(const Plan& plan)
             nodes.push_back(hierarchyNode(plan, id));
     report["settings"]["distantContacts"] = plan.distantContacts();
     report["settings"]["keepTogether"] = keepTogetherJson(plan);
-    report["hierarchy"] = {{"distantConstraints", plan.builder().getNoDistantConstraints()}, {"nodes", nodes}};
+    report["hierarchy"] = {{"distantConstraints", plan.builder().getNoDistantConstraints()},
+                           {"nodes", nodes},
+                           {"distant", distantConstraintsJson(plan.builder())}};
     addVerificationReport(plan, report);
     return report;
 }

@@ -8,9 +8,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <unistd.h>
 
 #include "CliRun.h"
+#include "TempDirTest.h"
 #include "velmora/DemoAssemblies.h"
 #include "velmora/Explode.h"
 #include "velmora/PlanReader.h"
@@ -21,18 +21,32 @@ using nlohmann::json;
 
 namespace {
 
-std::unique_ptr<velmora::Plan> planFrom(const velmora::Assembly& assembly, const velmora::SavedPlan* saved)
+// A plan of `assembly` on two threads, verified; from `saved`, rebuilt from
+// the report as `explode --plan` does.
+std::unique_ptr<velmora::Plan> planFrom(const velmora::Assembly& assembly, const velmora::SavedPlan* saved,
+                                        bool normaliseScale = true)
 {
     velmora::PlanOptions options;
     options.hierarchy = true;
     options.threads = 2;
+    options.verify = true;
+    options.normaliseScale = normaliseScale;
     if (saved) {
         options.angleTolerance = saved->angleTolerance;
         options.distantContacts = saved->distantContacts;
         options.keepTogether = velmora::keepTogetherGroupIds(*saved, assembly);
-        options.savedHierarchy = &saved->hierarchy;
+        options.savedPlan = saved;
     }
     return velmora::planAssembly(assembly, options);
+}
+
+// A report without what changes from run to run (the stage timings).
+json withoutTimings(json report)
+{
+    report.erase("timings");
+    if (report.contains("verification"))
+        report["verification"].erase("timeMs");
+    return report;
 }
 
 TEST(PlanReader, DemoViewsFromASavedPlanEqualFreshOnes)
@@ -40,24 +54,26 @@ TEST(PlanReader, DemoViewsFromASavedPlanEqualFreshOnes)
     std::vector<velmora::ExplodeOptions> styles(4);
     styles[0].glb.compress = false;
     styles[1].policy = 0, styles[1].playStyle = 3, styles[1].speed = 0.8f;
-    styles[2].policy = 1, styles[2].glb.lines = true;
+    styles[2].policy = 1, styles[2].glb.lines = true, styles[2].base = 1;
     styles[3].staticPose = true, styles[3].splitDistance = 3.0f;
     for (const std::string& name : velmora::demoAssemblyNames()) {
-        SCOPED_TRACE(name);
-        const velmora::Assembly assembly = velmora::makeDemoAssembly(name);
-        const auto fresh = planFrom(assembly, nullptr);
-        const velmora::SavedPlan saved = velmora::parsePlanReport(velmora::planReport(*fresh).dump());
-        velmora::checkPlanFits(saved, assembly);
-        const auto replayed = planFrom(assembly, &saved);
-        velmora::checkDirectionsFit(saved, replayed->diagram());
-        EXPECT_EQ(velmora::planReport(*replayed)["hierarchy"], velmora::planReport(*fresh)["hierarchy"]);
-        for (size_t s = 0; s < styles.size(); ++s) {
-            const velmora::ExplodedView a = velmora::explodeAssembly(*fresh, styles[s]);
-            const velmora::ExplodedView b = velmora::explodeAssembly(*replayed, styles[s]);
-            EXPECT_TRUE(a.glb == b.glb) << "style " << s;
-            EXPECT_EQ(velmora::explodeReport(*fresh, a, styles[s])["explosion"],
-                      velmora::explodeReport(*replayed, b, styles[s])["explosion"])
-                << "style " << s;
+        for (const bool normalise : {true, false}) {
+            SCOPED_TRACE(name + (normalise ? "" : " in its own units"));
+            const velmora::Assembly assembly = velmora::makeDemoAssembly(name);
+            const auto fresh = planFrom(assembly, nullptr, normalise);
+            const velmora::SavedPlan saved = velmora::parsePlanReport(velmora::planReport(*fresh).dump());
+            ASSERT_TRUE(saved.holdsConstraints());
+            velmora::checkPlanFits(saved, assembly);
+            const auto replayed = planFrom(assembly, &saved, normalise);
+            EXPECT_EQ(withoutTimings(velmora::planReport(*replayed)), withoutTimings(velmora::planReport(*fresh)));
+            for (size_t s = 0; s < styles.size(); ++s) {
+                const velmora::ExplodedView a = velmora::explodeAssembly(*fresh, styles[s]);
+                const velmora::ExplodedView b = velmora::explodeAssembly(*replayed, styles[s]);
+                EXPECT_TRUE(a.glb == b.glb) << "style " << s;
+                EXPECT_EQ(velmora::explodeReport(*fresh, a, styles[s])["explosion"],
+                          velmora::explodeReport(*replayed, b, styles[s])["explosion"])
+                    << "style " << s;
+            }
         }
     }
 }
@@ -70,45 +86,96 @@ std::string fileText(const fs::path& path)
     return text.str();
 }
 
-// Through the command line, on the shipped example and the corpus
-// assemblies beside this checkout: `explode --plan` writes the same GLB and
-// the same `explosion` keys as `explode`.
-TEST(PlanReader, CliExplodesASavedPlanAsItWouldPlanIt)
-{
-    const fs::path dir = fs::temp_directory_path() / ("velmora-plan-reader-" + std::to_string(::getpid()));
-    fs::create_directories(dir);
-    // Each input with its styles: plain flags, or none for the default style.
-    const std::vector<std::string> plain = {"--no-compress", "--lines", "--pose", "exploded", "--policy", "1"};
-    const std::vector<std::pair<fs::path, std::vector<std::vector<std::string>>>> inputs = {
-        {fs::path(VELMORA_EXAMPLES_DIR) / "assemblies" / "pins.glb", {{}, plain}},
-        {fs::path(VELMORA_CORPUS_DIR) / "rod_linkage", {{}}}};
-    for (const auto& [input, styles] : inputs) {
-        if (!fs::exists(input))
-            continue;  // the corpus is not beside this checkout
-        SCOPED_TRACE(input.string());
-        const std::string plan = (dir / "plan.json").string();
-        ASSERT_EQ(cli_test::run({"plan", input.string(), "-o", plan}).status, 0);
-        for (const std::vector<std::string>& style : styles) {
-            std::vector<std::string> fresh = {"explode", input.string(), "-o", (dir / "a.glb").string(), "--report",
-                                              (dir / "a.json").string()};
-            fresh.insert(fresh.end(), style.begin(), style.end());
-            std::vector<std::string> replay = {"explode", input.string(), "--plan", plan, "-o",
-                                               (dir / "b.glb").string(), "--report", (dir / "b.json").string()};
-            replay.insert(replay.end(), style.begin(), style.end());
-            const cli_test::CliRun a = cli_test::run(fresh), b = cli_test::run(replay);
-            ASSERT_EQ(a.status, 0) << a.err;
-            ASSERT_EQ(b.status, 0) << b.err;
-            EXPECT_TRUE(fileText(dir / "a.glb") == fileText(dir / "b.glb"));
-            EXPECT_EQ(json::parse(fileText(dir / "a.json"))["explosion"],
-                      json::parse(fileText(dir / "b.json"))["explosion"]);
-        }
-        // The saved plan is an input: naming it as an output is a usage error.
-        const std::string before = fileText(plan);
-        const cli_test::CliRun self = cli_test::run({"explode", input.string(), "--plan", plan, "-o", plan});
-        EXPECT_EQ(self.status, 2);
-        EXPECT_EQ(fileText(plan), before);
+class SavedPlanCli : public velmora_test::TempDirTest {
+protected:
+    SavedPlanCli() : TempDirTest("velmora-saved-plan-") {}
+
+    // Runs `args` with the outputs in this test's folder under `tag`; the
+    // GLB's bytes and the report without its timings.
+    std::pair<std::string, json> outputs(std::vector<std::string> args, const std::string& tag, bool remove)
+    {
+        const std::string glb = (dir / (tag + ".glb")).string(), report = (dir / (tag + ".json")).string();
+        const std::vector<std::string> files =
+            remove ? std::vector<std::string>{"--gltf", glb, "-o", report} : std::vector<std::string>{"-o", glb, "--report", report};
+        args.insert(args.end(), files.begin(), files.end());
+        const cli_test::CliRun r = cli_test::run(args);
+        EXPECT_EQ(r.status, 0) << r.err;
+        return {fileText(glb), withoutTimings(json::parse(fileText(report), nullptr, false))};
     }
-    fs::remove_all(dir);
+};
+
+// Through the command line, on the shipped example and the corpus
+// assemblies beside this checkout: `explode --plan` and `remove --plan`
+// write the same GLB, byte for byte, and the same report (but for its
+// timings) as planning afresh with the flags the plan was made with.
+TEST_F(SavedPlanCli, ExplodesASavedPlanAsItWouldPlanIt)
+{
+    const fs::path pins = fs::path(VELMORA_EXAMPLES_DIR) / "assemblies" / "pins.glb";
+    const fs::path rods = fs::path(VELMORA_CORPUS_DIR) / "rod_linkage";
+    const fs::path beams = fs::path(VELMORA_CORPUS_DIR) / "beam_assembly";
+    using Flags = std::vector<std::string>;
+    struct Case {
+        fs::path input;
+        Flags planning;  // given to `plan` and to the fresh run
+        Flags view;      // given to both runs
+        std::string removed;  // a part: `remove` instead of `explode`
+    };
+    const std::vector<Case> cases = {
+        {pins, {}, {}, ""},
+        {pins, {"--no-normalise-scale"}, {"--no-compress", "--lines", "--pose", "exploded", "--policy", "1"}, ""},
+        {pins, {"--keep-together", "dowel#1:9:6:8:7,dowel#1:10:6:8:7"}, {"--explode-inside", "--fix", "dowel#1:11:6:8:7"}, ""},
+        {pins, {"--no-verify", "--lock-zero-area"}, {"--lines"}, "dowel#1:12:6:8:7"},
+        {rods, {}, {"--fix", "028_rods-1_holder-1", "--lines"}, ""},
+        {rods, {"--keep-together", "018_rod_assembly-1_shaft-1,019_rod_assembly-1_bearing-1"}, {}, "020_rods-1_rod_assembly-4_shaft-1"},
+        {beams, {"--no-normalise-scale"}, {"--explode-inside"}, ""},
+    };
+    for (size_t c = 0; c < cases.size(); ++c) {
+        const Case& k = cases[c];
+        if (!fs::exists(k.input))
+            continue;  // the corpus is not beside this checkout
+        SCOPED_TRACE("case " + std::to_string(c) + ": " + k.input.string());
+        const std::string plan = (dir / "plan.json").string();
+        Flags planArgs = {"plan", k.input.string(), "--threads", "2", "-o", plan};
+        planArgs.insert(planArgs.end(), k.planning.begin(), k.planning.end());
+        ASSERT_EQ(cli_test::run(planArgs).status, 0);
+        const Flags command = k.removed.empty() ? Flags{"explode", k.input.string()}
+                                                : Flags{"remove", k.input.string(), "--part", k.removed};
+        Flags fresh = command, replay = command;
+        fresh.insert(fresh.end(), k.planning.begin(), k.planning.end());
+        replay.insert(replay.end(), {"--plan", plan});
+        for (Flags* args : {&fresh, &replay}) {
+            args->insert(args->end(), k.view.begin(), k.view.end());
+            args->insert(args->end(), {"--threads", "2"});
+        }
+        const auto [glbA, reportA] = outputs(fresh, "fresh", !k.removed.empty());
+        const auto [glbB, reportB] = outputs(replay, "replay", !k.removed.empty());
+        EXPECT_FALSE(glbA.empty());
+        EXPECT_TRUE(glbA == glbB);
+        EXPECT_EQ(reportA, reportB);
+    }
+}
+
+// A report written before the blocking constraints were saved still
+// explodes the same: its contacts are computed again.
+TEST_F(SavedPlanCli, OlderReportsWithoutConstraintsStillReplay)
+{
+    const std::string pins = (fs::path(VELMORA_EXAMPLES_DIR) / "assemblies" / "pins.glb").string();
+    const std::string plan = (dir / "plan.json").string(), older = (dir / "older.json").string();
+    ASSERT_EQ(cli_test::run({"plan", pins, "-o", plan}).status, 0);
+    json report = json::parse(fileText(plan));
+    report["hierarchy"].erase("distant");
+    std::ofstream(older) << report.dump();
+    ASSERT_FALSE(velmora::parsePlanReport(report.dump()).holdsConstraints());
+    const auto [glbA, reportA] = outputs({"explode", pins}, "fresh", false);
+    const auto [glbB, reportB] = outputs({"explode", pins, "--plan", older}, "replay", false);
+    EXPECT_TRUE(glbA == glbB);
+    EXPECT_EQ(reportA["explosion"], reportB["explosion"]);
+
+    // The saved plan is an input: naming it as an output is a usage error.
+    const std::string before = fileText(plan);
+    EXPECT_EQ(cli_test::run({"explode", pins, "--plan", plan, "-o", plan}).status, 2);
+    EXPECT_EQ(cli_test::run({"remove", pins, "--part", "dowel#1:9:6:8:7", "--plan", plan, "-o", plan}).status, 2);
+    EXPECT_EQ(fileText(plan), before);
 }
 
 // A valid report of a two-part assembly (box a, box b) split once.

@@ -32,6 +32,7 @@
 #include "velmora/NodeGroups.h"
 #include "velmora/PlanVerification.h"
 #include "velmora/HierarchyReplay.h"
+#include "velmora/PlanReader.h"
 
 namespace velmora {
 
@@ -64,6 +65,11 @@ struct PlanOptions {
     // With the hierarchy: a saved tree whose splits are taken instead of
     // searched for (not owned; may be null). InputError when it does not fit.
     const std::vector<SavedHierarchyNode>* savedHierarchy = nullptr;
+    // With the hierarchy: a saved plan report (not owned; may be null) whose
+    // tree is taken as savedHierarchy is and, when it holds them, whose
+    // contacts, blocking constraints and verdicts are taken instead of
+    // computed (see SavedPlanReplay.h). normaliseScale must be the report's.
+    const SavedPlan* savedPlan = nullptr;
 };
 
 struct StageTiming {
