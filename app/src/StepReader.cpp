@@ -12,6 +12,7 @@
 #include <BRep_Tool.hxx>
 #include <Bnd_Box.hxx>
 #include <IGESCAFControl_Reader.hxx>
+#include <Interface_InterfaceModel.hxx>
 #include <Interface_Static.hxx>
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
@@ -20,6 +21,10 @@
 #include <Poly_Triangulation.hxx>
 #include <Quantity_ColorRGBA.hxx>
 #include <STEPCAFControl_Reader.hxx>
+#include <StepBasic_ProductDefinition.hxx>
+#include <StepRepr_NextAssemblyUsageOccurrence.hxx>
+#include <StepRepr_Representation.hxx>
+#include <StepRepr_RepresentationRelationship.hxx>
 #include <Standard_Failure.hxx>
 #include <TCollection_AsciiString.hxx>
 #include <TDF_LabelSequence.hxx>
@@ -126,16 +131,86 @@ private:
 };
 
 template <class Reader>
-void transferInto(Reader& reader, const std::string& file, const char* format, Handle(TDocStd_Document) doc)
+void readFile(Reader& reader, const std::string& file, const char* format)
 {
     reader.SetColorMode(true);
     reader.SetNameMode(true);
     reader.SetLayerMode(true);
     if (reader.ReadFile(file.c_str()) != IFSelect_RetDone)
         throw InputError(file + ": cannot read: not a valid " + format + " file (corrupt or truncated)");
+}
+
+template <class Reader>
+void transferInto(Reader& reader, const std::string& file, const char* format, Handle(TDocStd_Document) doc)
+{
     if (!reader.Transfer(doc))
         throw InputError(file + ": cannot read: the " + std::string(format) + " data could not be converted");
 }
+
+// The links of a STEP model that make up its assembly tree, between entity
+// numbers: an assembly's product definition to each one it uses, and a
+// representation to each one placed in it. The converter follows both
+// recursively, so a cycle in either must be refused before it runs.
+class AssemblyLinks {
+public:
+    explicit AssemblyLinks(const Handle(Interface_InterfaceModel)& model)
+        : mModel(model), mLinks(size_t(model->NbEntities()) + 1)
+    {
+        for (int n = 1; n <= model->NbEntities(); ++n) {
+            const Handle(Standard_Transient)& entity = model->Value(n);
+            if (const auto usage = Handle(StepRepr_NextAssemblyUsageOccurrence)::DownCast(entity))
+                link(usage->RelatingProductDefinition(), usage->RelatedProductDefinition(), n);
+            else if (const auto placement = Handle(StepRepr_RepresentationRelationship)::DownCast(entity))
+                link(placement->Rep2(), placement->Rep1(), n);
+        }
+    }
+
+    // The file's label ("#12") of a link that closes a cycle, or "" when there is none.
+    std::string cycle() const
+    {
+        enum State : char { kNew, kOnPath, kDone };
+        std::vector<State> state(mLinks.size(), kNew);
+        std::vector<std::pair<int, size_t>> path;  // entity, next link to follow
+        for (size_t start = 1; start < mLinks.size(); ++start) {
+            if (state[start] != kNew)
+                continue;
+            path.assign(1, {int(start), 0});
+            state[start] = kOnPath;
+            while (!path.empty()) {
+                auto& [from, next] = path.back();
+                if (next == mLinks[size_t(from)].size()) {
+                    state[size_t(from)] = kDone;
+                    path.pop_back();
+                    continue;
+                }
+                const Link& link = mLinks[size_t(from)][next++];
+                if (state[size_t(link.to)] == kOnPath)
+                    return mModel->StringLabel(mModel->Value(link.through))->ToCString();
+                if (state[size_t(link.to)] == kNew) {
+                    state[size_t(link.to)] = kOnPath;
+                    path.push_back({link.to, 0});
+                }
+            }
+        }
+        return "";
+    }
+
+private:
+    struct Link {
+        int to;       // the entity used or placed
+        int through;  // the entity that says so
+    };
+
+    void link(const Handle(Standard_Transient)& from, const Handle(Standard_Transient)& to, int through)
+    {
+        const int a = from.IsNull() ? 0 : mModel->Number(from), b = to.IsNull() ? 0 : mModel->Number(to);
+        if (a > 0 && b > 0)
+            mLinks[size_t(a)].push_back({b, through});
+    }
+
+    Handle(Interface_InterfaceModel) mModel;
+    std::vector<std::vector<Link>> mLinks;  // by entity number
+};
 
 // The file's content in `doc`, lengths in millimetres.
 void readDocument(const std::string& file, const Handle(TDocStd_Document)& doc)
@@ -145,9 +220,15 @@ void readDocument(const std::string& file, const Handle(TDocStd_Document)& doc)
     Interface_Static::SetCVal("xstep.cascade.unit", "MM");
     if (isIgesFile(file)) {
         IGESCAFControl_Reader reader;
+        readFile(reader, file, "IGES");
         transferInto(reader, file, "IGES", doc);
     } else {
         STEPCAFControl_Reader reader;
+        readFile(reader, file, "STEP");
+        const std::string cycle = AssemblyLinks(reader.Reader().Model()).cycle();
+        if (!cycle.empty())
+            throw InputError(file + ": cannot read: the assembly refers to itself (cyclic reference at " + cycle +
+                             ")");
         transferInto(reader, file, "STEP", doc);
     }
 }
@@ -209,6 +290,11 @@ std::vector<TopoDS_Shape> solidsOf(const TopoDS_Shape& shape)
     return solids;
 }
 
+// Bounds on the tree a small file can describe: a product placed twice in
+// each of its parents doubles what lies below it at every level.
+constexpr size_t kMaxVisits = 1'000'000;
+constexpr size_t kMaxSolids = 100'000;
+
 // Walks the assembly tree from its free shapes: every leaf solid becomes an
 // instance placed by the product of the locations above it; distinct solids
 // are collected once as prototypes.
@@ -258,6 +344,9 @@ private:
                const std::string& name, std::optional<Colour> instanceColour, std::optional<Colour> inherited,
                SourceFile& out)
     {
+        if (++mVisits > kMaxVisits || out.instances.size() >= kMaxSolids)
+            throw InputError(mFile + ": cannot read: the assembly places more than " + std::to_string(kMaxSolids) +
+                             " solids or visits more than " + std::to_string(kMaxVisits) + " components");
         const std::string entry = entryOf(label);
         if (!mOnPath.insert(entry).second)
             throw InputError(mFile + ": cannot read: the assembly refers to itself (cyclic reference at '" + name +
@@ -310,7 +399,10 @@ private:
                    const std::string& name, std::optional<Colour> instanceColour, std::optional<Colour> colour,
                    SourceFile& out)
     {
-        for (const TopoDS_Shape& solid : solidsOf(XCAFDoc_ShapeTool::GetShape(label))) {
+        const std::vector<TopoDS_Shape> solids = solidsOf(XCAFDoc_ShapeTool::GetShape(label));
+        if (solids.empty())
+            out.warnings.push_back(mFile + ": part '" + name + "' holds no solid that could be read; skipped");
+        for (const TopoDS_Shape& solid : solids) {
             const int prototype = mPrototypes.Add(solid) - 1;
             std::optional<Colour> solidColour = instanceColour ? instanceColour : colourOf(solid);
             out.instances.push_back({name, parentPath, name, true, prototype, toTransformation(world),
@@ -323,6 +415,7 @@ private:
     Handle(XCAFDoc_ColorTool) mColours;
     TopTools_IndexedMapOfShape mPrototypes;
     std::set<std::string> mOnPath;  // entries of the shapes being visited, to catch cycles
+    size_t mVisits = 0;
 };
 
 // One tessellated solid: its welded mesh, whether every edge of it is shared
