@@ -471,7 +471,9 @@ public:
             triangulation->Triangle(t).Get(a, b, c);
             if (reversed)
                 std::swap(b, c);
-            mMesh.indices.insert(mMesh.indices.end(), {mIndex[size_t(a)], mIndex[size_t(b)], mIndex[size_t(c)]});
+            const unsigned corners[3] = {mIndex[size_t(a)], mIndex[size_t(b)], mIndex[size_t(c)]};
+            if (corners[0] != corners[1] && corners[1] != corners[2] && corners[2] != corners[0])
+                mMesh.indices.insert(mMesh.indices.end(), corners, corners + 3);  // others collapsed at a point
         }
         return true;
     }
@@ -488,12 +490,14 @@ private:
             return;
         TopoDS_Vertex first, last;
         TopExp::Vertices(TopoDS::Edge(edge.Oriented(TopAbs_FORWARD)), first, last);
+        // A degenerated edge (the pole of a sphere, the apex of a cone) is
+        // one point: all its nodes are its vertex.
+        const bool point = BRep_Tool::Degenerated(edge);
         const TColStd_Array1OfInteger& nodes = polygon->Nodes();
         for (int k = nodes.Lower(); k <= nodes.Upper(); ++k) {
-            const void* key = k == nodes.Lower()   ? first.TShape().get()
-                              : k == nodes.Upper() ? last.TShape().get()
-                                                   : edge.TShape().get();
-            const int along = k == nodes.Lower() || k == nodes.Upper() ? 0 : k - nodes.Lower();
+            const bool atFirst = k == nodes.Lower() || point, atLast = k == nodes.Upper();
+            const void* key = atFirst ? first.TShape().get() : atLast ? last.TShape().get() : edge.TShape().get();
+            const int along = atFirst || atLast ? 0 : k - nodes.Lower();
             const auto [it, fresh] = mShared.emplace(std::make_pair(key, along), 0u);
             if (fresh)
                 it->second = vertexAt(triangulation->Node(nodes(k)).Transformed(placement));

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <BRepBuilderAPI_Transform.hxx>
+#include <BRepPrimAPI_MakeCone.hxx>
+#include <BRepPrimAPI_MakeSphere.hxx>
 #include <gp_Ax2.hxx>
 #include <cmath>
 #include <filesystem>
@@ -271,6 +273,21 @@ TEST_F(StepImportTest, MirroredSolidFacesOutwards)
     partBounds(assembly.parts[1], lo, hi);
     expectNear(lo, {-30, 0, 0}, 1e-3f, "mirrored min");
     expectNear(hi, {-10, 20, 5}, 1e-3f, "mirrored max");
+}
+
+TEST_F(StepImportTest, SolidsWithAPoleOrAnApexClose)
+{
+    XdeBuilder doc;
+    const TDF_Label top = doc.addAssembly("tips");
+    doc.addInstance(top, doc.addPart(BRepPrimAPI_MakeSphere(gp_Pnt(0, 0, 0), 5).Shape(), "ball"), gp_Trsf());
+    doc.addInstance(top, doc.addPart(BRepPrimAPI_MakeCone(gp_Ax2(gp_Pnt(20, 0, 0), gp::DZ()), 5, 0, 10).Shape(), "cone"),
+                    gp_Trsf());
+    doc.write(path("tips.step"));
+    const Assembly assembly = velmora::importAssembly({path("tips.step")});
+    EXPECT_TRUE(assembly.warnings.empty()) << assembly.warnings.front();
+    ASSERT_EQ(assembly.parts.size(), 2u);
+    EXPECT_NEAR(signedVolume(assembly.parts[0]), 4.0 / 3.0 * M_PI * 125, 0.01 * 4.0 / 3.0 * M_PI * 125);
+    EXPECT_NEAR(signedVolume(assembly.parts[1]), M_PI * 25 * 10 / 3, 0.01 * M_PI * 25 * 10 / 3);
 }
 
 TEST_F(StepImportTest, ContactsFollowTheBoltedFlange)
