@@ -12,6 +12,8 @@
 #include <BRep_Tool.hxx>
 #include <Bnd_Box.hxx>
 #include <IGESCAFControl_Reader.hxx>
+#include <Interface_Check.hxx>
+#include <Interface_CheckIterator.hxx>
 #include <Interface_InterfaceModel.hxx>
 #include <Interface_Static.hxx>
 #include <Message.hxx>
@@ -45,6 +47,7 @@
 #include <XCAFDoc_ColorTool.hxx>
 #include <XCAFDoc_DocumentTool.hxx>
 #include <XCAFDoc_ShapeTool.hxx>
+#include <XSControl_WorkSession.hxx>
 #include <atomic>
 #include <cmath>
 #include <map>
@@ -147,6 +150,25 @@ void transferInto(Reader& reader, const std::string& file, const char* format, H
         throw InputError(file + ": cannot read: the " + std::string(format) + " data could not be converted");
 }
 
+// The first fault the parser found in the file ("#12: what"), or "" when it
+// found none. An entity with a fault may lack some of its references, which
+// the converter does not expect: such a file is refused as damaged.
+std::string firstFault(const XSControl_Reader& reader)
+{
+    const Handle(Interface_InterfaceModel) model = reader.Model();
+    const Interface_CheckIterator checks = reader.WS()->ModelCheckList();
+    for (checks.Start(); checks.More(); checks.Next()) {
+        const Handle(Interface_Check)& check = checks.Value();
+        if (check->NbFails() == 0)
+            continue;
+        const int n = checks.Number();
+        const bool known = n > 0 && n <= model->NbEntities();
+        return (known ? std::string(model->StringLabel(model->Value(n))->ToCString()) + ": " : std::string()) +
+               check->CFail(1);
+    }
+    return "";
+}
+
 // The links of a STEP model that make up its assembly tree, between entity
 // numbers: an assembly's product definition to each one it uses, and a
 // representation to each one placed in it. The converter follows both
@@ -225,6 +247,9 @@ void readDocument(const std::string& file, const Handle(TDocStd_Document)& doc)
     } else {
         STEPCAFControl_Reader reader;
         readFile(reader, file, "STEP");
+        const std::string fault = firstFault(reader.Reader());
+        if (!fault.empty())
+            throw InputError(file + ": cannot read: not a valid STEP file (corrupt or truncated): " + fault);
         const std::string cycle = AssemblyLinks(reader.Reader().Model()).cycle();
         if (!cycle.empty())
             throw InputError(file + ": cannot read: the assembly refers to itself (cyclic reference at " + cycle +

@@ -326,6 +326,8 @@ TEST_F(StepImportTest, BrokenFilesAreOneErrorNamingTheFile)
     std::ofstream(path("used-cycle.step")) << replaceLast(
         machine, R"(NEXT_ASSEMBLY_USAGE_OCCURRENCE\(('[^']*','[^']*','[^']*'),(#\d+),#\d+,)",
         "NEXT_ASSEMBLY_USAGE_OCCURRENCE($1,$2,$2,");
+    std::ofstream(path("dangling.step"))
+        << replaceLast(machine, R"(MANIFOLD_SOLID_BREP\('',#\d+\))", "MANIFOLD_SOLID_BREP('',#999999)");
     std::ofstream(path("placed-cycle.step"))
         << replaceLast(machine, R"(REPRESENTATION_RELATIONSHIP\('','',#\d+,(#\d+)\))",
                        "REPRESENTATION_RELATIONSHIP('','',$top,$1)");
@@ -336,6 +338,7 @@ TEST_F(StepImportTest, BrokenFilesAreOneErrorNamingTheFile)
         {path("half.step"), ": cannot read: not a valid STEP file (corrupt or truncated)"},
         {path("garbage.STEP"), ": cannot read: not a valid STEP file (corrupt or truncated)"},
         {path("sheet.step"), ": cannot read: the file holds no solid"},
+        {path("dangling.step"), ": cannot read: not a valid STEP file (corrupt or truncated): Unresolved Reference"},
         {path("used-cycle.step"), ": cannot read: the assembly refers to itself (cyclic reference at #"},
         {path("placed-cycle.step"), ": cannot read: the assembly refers to itself (cyclic reference at #"},
     };
@@ -359,8 +362,8 @@ TEST_F(StepImportTest, BrokenFilesAreOneErrorNamingTheFile)
 TEST_F(StepImportTest, AnUnreadableSolidIsSkippedAndTheRestPlanned)
 {
     const std::string file = path("broken.step");
-    std::ofstream(file) << replaceLast(textOf(writeMachine("machine.step")), R"(MANIFOLD_SOLID_BREP\('',#\d+\))",
-                                       "MANIFOLD_SOLID_BREP('',#999999)");
+    std::ofstream(file) << replaceLast(textOf(writeMachine("machine.step")), R"(CLOSED_SHELL\('',\([^)]*\)\))",
+                                       "CLOSED_SHELL('',())");
     const cli_test::CliRun run = cli_test::run({"plan", file, "-o", "-"});
     ASSERT_EQ(run.status, 0) << run.err;
     const std::string warning = file + ": part 'shaft' holds no solid that could be read; skipped";
