@@ -23,8 +23,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// How long the third-party importer may take for one file.
+// How long the third-party importer may take for one file; CAD files are
+// tessellated as well as parsed, and large assemblies take minutes.
 constexpr std::chrono::seconds kImporterTimeLimit{120};
+constexpr std::chrono::seconds kCadTimeLimit{600};
 
 bool isFinite(const Wm4::Vector3<float>& v) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 
@@ -144,11 +146,10 @@ SourceFile readWithAssimp(const std::string& file)
 // loops on damaged files become an error about the file, not the end of
 // this process. What it writes to std::cerr is copied to `messages`.
 SourceFile readInChildProcess(const std::string& file, const std::function<SourceFile()>& read,
-                              std::ostream* messages = nullptr)
+                              std::chrono::seconds limit = kImporterTimeLimit, std::ostream* messages = nullptr)
 {
     try {
-        return decodeSourceFile(
-            runInChildProcess([&] { return encodeSourceFile(read()); }, kImporterTimeLimit, messages));
+        return decodeSourceFile(runInChildProcess([&] { return encodeSourceFile(read()); }, limit, messages));
     } catch (const ChildProcessFailure& failure) {
         throw InputError(file + ": cannot read: the importer failed" +
                          (failure.timedOut() ? std::string(" (") + failure.what() + ")" : std::string()));
@@ -164,7 +165,8 @@ SourceFile readContained(const std::string& file)
 // shown only when verbose, reach standard error from there.
 SourceFile readCadContained(const std::string& file, const CadOptions& options)
 {
-    return readInChildProcess(file, [&] { return readCad(file, options); }, options.verbose ? &std::cerr : nullptr);
+    return readInChildProcess(file, [&] { return readCad(file, options); }, kCadTimeLimit,
+                              options.verbose ? &std::cerr : nullptr);
 }
 
 SourceFile readPly(const std::string& file)
