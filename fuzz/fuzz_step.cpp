@@ -1,53 +1,124 @@
-// Fuzzes the STEP reader in this process, not in the child process the
-// importer runs it in, so that a fault in our code around OpenCASCADE (the
-// check of the assembly's links, the walk of its tree, the welding of the
-// tessellation) shows up under the sanitizers. The reader reads files: each
-// input is written to one file of this process first. Tessellation runs on
-// one thread.
+// Fuzzes the STEP reader as the importer runs it: in a child process, whose
+// result is sent back and decoded here. OpenCASCADE's own reader crashes on
+// some damaged files before any code of ours can look at them (an oriented
+// edge that is its own edge recurses for ever in the reader's consistency
+// check), so only the child process survives those: such a crash is the
+// contained outcome, "the importer failed". A sanitizer report whose fault
+// lies in our code (the checks of the file, the walk of its tree, the welding
+// of the tessellation, the encoding) is a finding: the report is read back and
+// this process aborts with it. Coverage is only counted in this process, so
+// the fuzzer learns little from inside the child: the seeds carry it.
+#include <sanitizer/common_interface_defs.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
+#include <sstream>
 #include <string>
 
+#include "SourceFile.h"
 #include "StepReader.h"
 #include "velmora/Assembly.h"
+#include "velmora/ChildProcess.h"
 
 namespace {
 
-// The input's file, removed when the fuzzer exits.
-class InputFile {
-public:
-    InputFile()
-        : mPath((std::filesystem::temp_directory_path() / ("velmora-fuzz-" + std::to_string(::getpid()) + ".step"))
-                    .string())
-    {
-    }
-    ~InputFile() { std::filesystem::remove(mPath); }
-    InputFile(const InputFile&) = delete;
-    InputFile& operator=(const InputFile&) = delete;
+namespace fs = std::filesystem;
 
-    const std::string& write(const uint8_t* data, size_t size)
+// Shorter than the fuzzer's own time limit, so a hang is contained as well.
+constexpr std::chrono::seconds kReadLimit{8};
+
+// This process's input file and the sanitizer reports of its children,
+// removed when the fuzzer exits.
+class Files {
+public:
+    Files() : mDir(fs::temp_directory_path() / ("velmora-fuzz-step-" + std::to_string(::getpid())))
     {
-        std::ofstream(mPath, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data), std::streamsize(size));
-        return mPath;
+        fs::create_directories(mDir);
+    }
+    ~Files() { fs::remove_all(mDir); }
+    Files(const Files&) = delete;
+    Files& operator=(const Files&) = delete;
+
+    std::string input(const uint8_t* data, size_t size) const
+    {
+        const std::string path = (mDir / "input.step").string();
+        std::ofstream(path, std::ios::binary | std::ios::trunc)
+            .write(reinterpret_cast<const char*>(data), std::streamsize(size));
+        return path;
+    }
+    std::string reportPrefix() const { return (mDir / "report").string(); }
+
+    // The text of the sanitizer reports the children left, which are removed.
+    std::string takeReports() const
+    {
+        std::string text;
+        for (const fs::directory_entry& entry : fs::directory_iterator(mDir)) {
+            if (entry.path().filename().string().rfind("report", 0) != 0)
+                continue;
+            std::ifstream in(entry.path());
+            text += std::string(std::istreambuf_iterator<char>(in), {});
+            fs::remove(entry.path());
+        }
+        return text;
     }
 
 private:
-    std::string mPath;
+    fs::path mDir;
 };
+
+// In the child: a sanitizer report goes to a file, and neither it nor an
+// abort makes the fuzzer's handlers save the input as a crash.
+void containChild(const Files& files)
+{
+    __sanitizer_set_report_path(files.reportPrefix().c_str());
+    __sanitizer_set_death_callback(nullptr);
+    ::signal(SIGABRT, SIG_DFL);
+    ::signal(SIGILL, SIG_DFL);
+}
+
+// True when the report's first frames are in our code.
+bool faultIsOurs(const std::string& report)
+{
+    std::istringstream lines(report);
+    int frames = 0;
+    for (std::string line; std::getline(lines, line) && frames < 2;) {
+        if (line.find("    #") != 0)
+            continue;
+        ++frames;
+        if (line.find("velmora") != std::string::npos)
+            return true;
+    }
+    return false;
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static InputFile input;
+    static const Files files;
+    const std::string file = files.input(data, size);
     velmora::CadOptions options;
     options.threads = 1;
     try {
-        velmora::readCad(input.write(data, size), options);
+        velmora::decodeSourceFile(velmora::runInChildProcess(
+            [&] {
+                containChild(files);
+                return velmora::encodeSourceFile(velmora::readCad(file, options));
+            },
+            kReadLimit));
     } catch (const velmora::InputError&) {
+    } catch (const velmora::ChildProcessFailure&) {
+        const std::string report = files.takeReports();
+        if (faultIsOurs(report)) {
+            std::cerr << report;
+            std::abort();
+        }
     }
     return 0;
 }

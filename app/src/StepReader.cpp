@@ -1,5 +1,7 @@
 #include "StepReader.h"
 
+#include "StepFileChecks.h"
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -12,9 +14,6 @@
 #include <BRep_Tool.hxx>
 #include <Bnd_Box.hxx>
 #include <IGESCAFControl_Reader.hxx>
-#include <Interface_Check.hxx>
-#include <Interface_CheckIterator.hxx>
-#include <Interface_InterfaceModel.hxx>
 #include <Interface_Static.hxx>
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
@@ -23,10 +22,6 @@
 #include <Poly_Triangulation.hxx>
 #include <Quantity_ColorRGBA.hxx>
 #include <STEPCAFControl_Reader.hxx>
-#include <StepBasic_ProductDefinition.hxx>
-#include <StepRepr_NextAssemblyUsageOccurrence.hxx>
-#include <StepRepr_Representation.hxx>
-#include <StepRepr_RepresentationRelationship.hxx>
 #include <Standard_Failure.hxx>
 #include <TCollection_AsciiString.hxx>
 #include <TDF_LabelSequence.hxx>
@@ -47,7 +42,6 @@
 #include <XCAFDoc_ColorTool.hxx>
 #include <XCAFDoc_DocumentTool.hxx>
 #include <XCAFDoc_ShapeTool.hxx>
-#include <XSControl_WorkSession.hxx>
 #include <atomic>
 #include <cmath>
 #include <map>
@@ -150,90 +144,6 @@ void transferInto(Reader& reader, const std::string& file, const char* format, H
         throw InputError(file + ": cannot read: the " + std::string(format) + " data could not be converted");
 }
 
-// The first fault the parser found in the file ("#12: what"), or "" when it
-// found none. An entity with a fault may lack some of its references, which
-// the converter does not expect: such a file is refused as damaged.
-std::string firstFault(const XSControl_Reader& reader)
-{
-    const Handle(Interface_InterfaceModel) model = reader.Model();
-    const Interface_CheckIterator checks = reader.WS()->ModelCheckList();
-    for (checks.Start(); checks.More(); checks.Next()) {
-        const Handle(Interface_Check)& check = checks.Value();
-        if (check->NbFails() == 0)
-            continue;
-        const int n = checks.Number();
-        const bool known = n > 0 && n <= model->NbEntities();
-        return (known ? std::string(model->StringLabel(model->Value(n))->ToCString()) + ": " : std::string()) +
-               check->CFail(1);
-    }
-    return "";
-}
-
-// The links of a STEP model that make up its assembly tree, between entity
-// numbers: an assembly's product definition to each one it uses, and a
-// representation to each one placed in it. The converter follows both
-// recursively, so a cycle in either must be refused before it runs.
-class AssemblyLinks {
-public:
-    explicit AssemblyLinks(const Handle(Interface_InterfaceModel)& model)
-        : mModel(model), mLinks(size_t(model->NbEntities()) + 1)
-    {
-        for (int n = 1; n <= model->NbEntities(); ++n) {
-            const Handle(Standard_Transient)& entity = model->Value(n);
-            if (const auto usage = Handle(StepRepr_NextAssemblyUsageOccurrence)::DownCast(entity))
-                link(usage->RelatingProductDefinition(), usage->RelatedProductDefinition(), n);
-            else if (const auto placement = Handle(StepRepr_RepresentationRelationship)::DownCast(entity))
-                link(placement->Rep2(), placement->Rep1(), n);
-        }
-    }
-
-    // The file's label ("#12") of a link that closes a cycle, or "" when there is none.
-    std::string cycle() const
-    {
-        enum State : char { kNew, kOnPath, kDone };
-        std::vector<State> state(mLinks.size(), kNew);
-        std::vector<std::pair<int, size_t>> path;  // entity, next link to follow
-        for (size_t start = 1; start < mLinks.size(); ++start) {
-            if (state[start] != kNew)
-                continue;
-            path.assign(1, {int(start), 0});
-            state[start] = kOnPath;
-            while (!path.empty()) {
-                auto& [from, next] = path.back();
-                if (next == mLinks[size_t(from)].size()) {
-                    state[size_t(from)] = kDone;
-                    path.pop_back();
-                    continue;
-                }
-                const Link& link = mLinks[size_t(from)][next++];
-                if (state[size_t(link.to)] == kOnPath)
-                    return mModel->StringLabel(mModel->Value(link.through))->ToCString();
-                if (state[size_t(link.to)] == kNew) {
-                    state[size_t(link.to)] = kOnPath;
-                    path.push_back({link.to, 0});
-                }
-            }
-        }
-        return "";
-    }
-
-private:
-    struct Link {
-        int to;       // the entity used or placed
-        int through;  // the entity that says so
-    };
-
-    void link(const Handle(Standard_Transient)& from, const Handle(Standard_Transient)& to, int through)
-    {
-        const int a = from.IsNull() ? 0 : mModel->Number(from), b = to.IsNull() ? 0 : mModel->Number(to);
-        if (a > 0 && b > 0)
-            mLinks[size_t(a)].push_back({b, through});
-    }
-
-    Handle(Interface_InterfaceModel) mModel;
-    std::vector<std::vector<Link>> mLinks;  // by entity number
-};
-
 // The file's content in `doc`, lengths in millimetres.
 void readDocument(const std::string& file, const Handle(TDocStd_Document)& doc)
 {
@@ -247,13 +157,9 @@ void readDocument(const std::string& file, const Handle(TDocStd_Document)& doc)
     } else {
         STEPCAFControl_Reader reader;
         readFile(reader, file, "STEP");
-        const std::string fault = firstFault(reader.Reader());
+        const std::string fault = stepFileFault(reader.Reader());
         if (!fault.empty())
-            throw InputError(file + ": cannot read: not a valid STEP file (corrupt or truncated): " + fault);
-        const std::string cycle = AssemblyLinks(reader.Reader().Model()).cycle();
-        if (!cycle.empty())
-            throw InputError(file + ": cannot read: the assembly refers to itself (cyclic reference at " + cycle +
-                             ")");
+            throw InputError(file + ": cannot read: " + fault);
         transferInto(reader, file, "STEP", doc);
     }
 }
