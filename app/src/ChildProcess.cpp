@@ -8,16 +8,24 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <sstream>
 
 #include "velmora/Assembly.h"
 
 namespace velmora {
 namespace {
 
-// The first byte of the child's answer says what follows.
+// The child's answer: one byte saying what follows, the length of the
+// messages it wrote to std::cerr, those messages, then the result or the
+// input error's text.
 constexpr char kResult = 'R';
 constexpr char kInputError = 'E';
+
+std::string lengthBytes(uint64_t n) { return std::string(reinterpret_cast<const char*>(&n), sizeof n); }
 
 void writeAll(int fd, const std::string& bytes)
 {
@@ -31,7 +39,7 @@ void writeAll(int fd, const std::string& bytes)
     }
 }
 
-[[noreturn]] void runChild(int answerFd, const std::function<std::string()>& work)
+[[noreturn]] void runChild(int answerFd, const std::function<std::string()>& work, bool keepMessages)
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::signal(SIGINT, SIG_DFL);
@@ -39,15 +47,21 @@ void writeAll(int fd, const std::string& bytes)
     const int sink = ::open("/dev/null", O_WRONLY);
     ::dup2(sink, STDOUT_FILENO);
     ::dup2(sink, STDERR_FILENO);  // a crash is reported by the parent, in one line
-    std::string answer;
+    std::ostringstream messages;
+    if (keepMessages)
+        std::cerr.rdbuf(messages.rdbuf());
+    char kind = kResult;
+    std::string body;
     try {
-        answer = kResult + work();
+        body = work();
     } catch (const InputError& e) {
-        answer = kInputError + std::string(e.what());
+        kind = kInputError;
+        body = e.what();
     } catch (...) {
         ::_exit(1);  // reported like a crash
     }
-    writeAll(answerFd, answer);
+    const std::string text = messages.str();
+    writeAll(answerFd, kind + lengthBytes(text.size()) + text + body);
     ::_exit(0);
 }
 
@@ -84,7 +98,8 @@ std::string secondsText(std::chrono::milliseconds duration)
 
 }  // namespace
 
-std::string runInChildProcess(const std::function<std::string()>& work, std::chrono::milliseconds limit)
+std::string runInChildProcess(const std::function<std::string()>& work, std::chrono::milliseconds limit,
+                              std::ostream* messages)
 {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
@@ -98,7 +113,7 @@ std::string runInChildProcess(const std::function<std::string()>& work, std::chr
     }
     if (child == 0) {
         ::close(fds[0]);
-        runChild(fds[1], work);
+        runChild(fds[1], work, messages != nullptr);
     }
     ::close(fds[1]);
     std::string answer;
@@ -111,13 +126,21 @@ std::string runInChildProcess(const std::function<std::string()>& work, std::chr
     }
     if (!complete)
         throw ChildProcessFailure("no answer within " + secondsText(limit) + " s", true);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || answer.empty())
+    uint64_t textLength = 0;
+    constexpr size_t kHeader = 1 + sizeof textLength;
+    if (answer.size() >= kHeader)
+        std::memcpy(&textLength, answer.data() + 1, sizeof textLength);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || answer.size() < kHeader ||
+        textLength > answer.size() - kHeader)
         throw ChildProcessFailure(WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status))
                                                       : "failed",
                                   false);
+    if (messages != nullptr)
+        *messages << answer.substr(kHeader, textLength) << std::flush;
+    std::string body = answer.substr(kHeader + textLength);
     if (answer[0] == kInputError)
-        throw InputError(answer.substr(1));
-    return answer.substr(1);
+        throw InputError(body);
+    return body;
 }
 
 }  // namespace velmora

@@ -13,6 +13,8 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <iostream>
 #include <map>
 #include <set>
 
@@ -21,8 +23,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// How long the third-party importer may take for one file.
+// How long the third-party importer may take for one file; CAD files are
+// tessellated as well as parsed, and large assemblies take minutes.
 constexpr std::chrono::seconds kImporterTimeLimit{120};
+constexpr std::chrono::seconds kCadTimeLimit{600};
 
 bool isFinite(const Wm4::Vector3<float>& v) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 
@@ -138,17 +142,31 @@ SourceFile readWithAssimp(const std::string& file)
     return out;
 }
 
-// Assimp in a child process: its crashes and endless loops on damaged files
-// become an error about the file, not the end of this process.
-SourceFile readContained(const std::string& file)
+// A third-party reader run in a child process: its crashes and endless
+// loops on damaged files become an error about the file, not the end of
+// this process. What it writes to std::cerr is copied to `messages`.
+SourceFile readInChildProcess(const std::string& file, const std::function<SourceFile()>& read,
+                              std::chrono::seconds limit = kImporterTimeLimit, std::ostream* messages = nullptr)
 {
     try {
-        return decodeSourceFile(
-            runInChildProcess([&] { return encodeSourceFile(readWithAssimp(file)); }, kImporterTimeLimit));
+        return decodeSourceFile(runInChildProcess([&] { return encodeSourceFile(read()); }, limit, messages));
     } catch (const ChildProcessFailure& failure) {
         throw InputError(file + ": cannot read: the importer failed" +
                          (failure.timedOut() ? std::string(" (") + failure.what() + ")" : std::string()));
     }
+}
+
+SourceFile readContained(const std::string& file)
+{
+    return readInChildProcess(file, [&] { return readWithAssimp(file); });
+}
+
+// OpenCASCADE in a child process, like the mesh importer; its messages,
+// shown only when verbose, reach standard error from there.
+SourceFile readCadContained(const std::string& file, const CadOptions& options)
+{
+    return readInChildProcess(file, [&] { return readCad(file, options); }, kCadTimeLimit,
+                              options.verbose ? &std::cerr : nullptr);
 }
 
 SourceFile readPly(const std::string& file)
@@ -280,7 +298,8 @@ public:
         if (fs::file_size(path, ec) == 0)
             throw InputError(file + ": the file is empty");
         const std::string ext = lowerExtension(file);
-        const SourceFile source = joinMeshesOfEachNode(isCadFile(file) ? readCad(file, mCad) : readMeshFile(file));
+        const SourceFile source =
+            joinMeshesOfEachNode(isCadFile(file) ? readCadContained(file, mCad) : readMeshFile(file));
         addParts(source, file, path.stem().string());
         mAssembly.warnings.insert(mAssembly.warnings.end(), source.warnings.begin(), source.warnings.end());
         if (mAssembly.units.empty())

@@ -1,5 +1,7 @@
 #include "StepReader.h"
 
+#include "StepFileChecks.h"
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -126,13 +128,18 @@ private:
 };
 
 template <class Reader>
-void transferInto(Reader& reader, const std::string& file, const char* format, Handle(TDocStd_Document) doc)
+void readFile(Reader& reader, const std::string& file, const char* format)
 {
     reader.SetColorMode(true);
     reader.SetNameMode(true);
     reader.SetLayerMode(true);
     if (reader.ReadFile(file.c_str()) != IFSelect_RetDone)
         throw InputError(file + ": cannot read: not a valid " + format + " file (corrupt or truncated)");
+}
+
+template <class Reader>
+void transferInto(Reader& reader, const std::string& file, const char* format, Handle(TDocStd_Document) doc)
+{
     if (!reader.Transfer(doc))
         throw InputError(file + ": cannot read: the " + std::string(format) + " data could not be converted");
 }
@@ -145,9 +152,14 @@ void readDocument(const std::string& file, const Handle(TDocStd_Document)& doc)
     Interface_Static::SetCVal("xstep.cascade.unit", "MM");
     if (isIgesFile(file)) {
         IGESCAFControl_Reader reader;
+        readFile(reader, file, "IGES");
         transferInto(reader, file, "IGES", doc);
     } else {
         STEPCAFControl_Reader reader;
+        readFile(reader, file, "STEP");
+        const std::string fault = stepFileFault(reader.Reader());
+        if (!fault.empty())
+            throw InputError(file + ": cannot read: " + fault);
         transferInto(reader, file, "STEP", doc);
     }
 }
@@ -209,6 +221,11 @@ std::vector<TopoDS_Shape> solidsOf(const TopoDS_Shape& shape)
     return solids;
 }
 
+// Bounds on the tree a small file can describe: a product placed twice in
+// each of its parents doubles what lies below it at every level.
+constexpr size_t kMaxVisits = 1'000'000;
+constexpr size_t kMaxSolids = 100'000;
+
 // Walks the assembly tree from its free shapes: every leaf solid becomes an
 // instance placed by the product of the locations above it; distinct solids
 // are collected once as prototypes.
@@ -258,6 +275,9 @@ private:
                const std::string& name, std::optional<Colour> instanceColour, std::optional<Colour> inherited,
                SourceFile& out)
     {
+        if (++mVisits > kMaxVisits || out.instances.size() >= kMaxSolids)
+            throw InputError(mFile + ": cannot read: the assembly places more than " + std::to_string(kMaxSolids) +
+                             " solids or visits more than " + std::to_string(kMaxVisits) + " components");
         const std::string entry = entryOf(label);
         if (!mOnPath.insert(entry).second)
             throw InputError(mFile + ": cannot read: the assembly refers to itself (cyclic reference at '" + name +
@@ -310,7 +330,10 @@ private:
                    const std::string& name, std::optional<Colour> instanceColour, std::optional<Colour> colour,
                    SourceFile& out)
     {
-        for (const TopoDS_Shape& solid : solidsOf(XCAFDoc_ShapeTool::GetShape(label))) {
+        const std::vector<TopoDS_Shape> solids = solidsOf(XCAFDoc_ShapeTool::GetShape(label));
+        if (solids.empty())
+            out.warnings.push_back(mFile + ": part '" + name + "' holds no solid that could be read; skipped");
+        for (const TopoDS_Shape& solid : solids) {
             const int prototype = mPrototypes.Add(solid) - 1;
             std::optional<Colour> solidColour = instanceColour ? instanceColour : colourOf(solid);
             out.instances.push_back({name, parentPath, name, true, prototype, toTransformation(world),
@@ -323,6 +346,7 @@ private:
     Handle(XCAFDoc_ColorTool) mColours;
     TopTools_IndexedMapOfShape mPrototypes;
     std::set<std::string> mOnPath;  // entries of the shapes being visited, to catch cycles
+    size_t mVisits = 0;
 };
 
 // One tessellated solid: its welded mesh, whether every edge of it is shared
@@ -378,7 +402,9 @@ public:
             triangulation->Triangle(t).Get(a, b, c);
             if (reversed)
                 std::swap(b, c);
-            mMesh.indices.insert(mMesh.indices.end(), {mIndex[size_t(a)], mIndex[size_t(b)], mIndex[size_t(c)]});
+            const unsigned corners[3] = {mIndex[size_t(a)], mIndex[size_t(b)], mIndex[size_t(c)]};
+            if (corners[0] != corners[1] && corners[1] != corners[2] && corners[2] != corners[0])
+                mMesh.indices.insert(mMesh.indices.end(), corners, corners + 3);  // others collapsed at a point
         }
         return true;
     }
@@ -395,12 +421,14 @@ private:
             return;
         TopoDS_Vertex first, last;
         TopExp::Vertices(TopoDS::Edge(edge.Oriented(TopAbs_FORWARD)), first, last);
+        // A degenerated edge (the pole of a sphere, the apex of a cone) is
+        // one point: all its nodes are its vertex.
+        const bool point = BRep_Tool::Degenerated(edge);
         const TColStd_Array1OfInteger& nodes = polygon->Nodes();
         for (int k = nodes.Lower(); k <= nodes.Upper(); ++k) {
-            const void* key = k == nodes.Lower()   ? first.TShape().get()
-                              : k == nodes.Upper() ? last.TShape().get()
-                                                   : edge.TShape().get();
-            const int along = k == nodes.Lower() || k == nodes.Upper() ? 0 : k - nodes.Lower();
+            const bool atFirst = k == nodes.Lower() || point, atLast = k == nodes.Upper();
+            const void* key = atFirst ? first.TShape().get() : atLast ? last.TShape().get() : edge.TShape().get();
+            const int along = atFirst || atLast ? 0 : k - nodes.Lower();
             const auto [it, fresh] = mShared.emplace(std::make_pair(key, along), 0u);
             if (fresh)
                 it->second = vertexAt(triangulation->Node(nodes(k)).Transformed(placement));

@@ -12,7 +12,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
 
 #include "CliRun.h"
@@ -266,6 +268,14 @@ TEST(ChildProcess, ResultsErrorsCrashesAndHangsOfTheChild)
     const std::string big(3 << 20, 'x');  // more than a pipe holds at once
     EXPECT_EQ(velmora::runInChildProcess([&] { return big; }, 60s), big);
     EXPECT_EQ(velmora::runInChildProcess([] { return std::string(); }, 60s), "");
+    // What the child writes to std::cerr reaches the caller only when asked for.
+    std::ostringstream messages;
+    auto noisy = []() -> std::string {
+        std::cerr << "a note";
+        return "result";
+    };
+    EXPECT_EQ(velmora::runInChildProcess(noisy, 60s, &messages), "result");
+    EXPECT_EQ(messages.str(), "a note");
     try {
         velmora::runInChildProcess([]() -> std::string { throw velmora::InputError("f.obj: bad"); }, 60s);
         ADD_FAILURE() << "no error";

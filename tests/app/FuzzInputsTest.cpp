@@ -44,7 +44,12 @@ protected:
 TEST_F(FuzzInputs, SeedsReadAndRegressionsAreInputErrors)
 {
     size_t replayed = 0;
-    for (const char* reader : {"gltf", "stl"}) {
+#ifdef VELMORA_WITH_STEP
+    const std::vector<std::string> readers = {"gltf", "stl", "step"};
+#else
+    const std::vector<std::string> readers = {"gltf", "stl"};
+#endif
+    for (const std::string& reader : readers) {
         for (const fs::path& seed : filesIn(kFuzzDir / "seeds" / reader)) {
             const velmora::Assembly assembly = velmora::importAssembly({placed(seed)});
             EXPECT_FALSE(assembly.parts.empty()) << seed;

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <functional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
@@ -24,7 +25,10 @@ private:
 // Runs `work` in a child process and returns the bytes it returned. An
 // InputError thrown by `work` is thrown again here with the same message; a
 // crash, any other exception or running longer than `limit` throws
-// ChildProcessFailure. The child's standard output and error go nowhere.
-std::string runInChildProcess(const std::function<std::string()>& work, std::chrono::milliseconds limit);
+// ChildProcessFailure. The child's standard output and error go nowhere;
+// what it writes to std::cerr is copied to `messages` when one is given
+// (with its result or its input error; lost when it crashes).
+std::string runInChildProcess(const std::function<std::string()>& work, std::chrono::milliseconds limit,
+                              std::ostream* messages = nullptr);
 
 }  // namespace velmora
