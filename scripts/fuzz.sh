@@ -4,13 +4,13 @@
 # (default 60), two at a time. The corpus grows in build/fuzz/corpus/<target>
 # from the seeds in fuzz/seeds/<target>; a crash leaves its input in
 # build/fuzz/artifacts/<target> and makes the script fail.
-# Usage: scripts/fuzz.sh [SECONDS] [TARGET…]   (targets: gltf stl options plan)
+# Usage: scripts/fuzz.sh [SECONDS] [TARGET…]   (targets: gltf stl obj options plan)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(gltf stl options plan)
+[ ${#targets[@]} -gt 0 ] || targets=(gltf stl obj options plan)
 build="$PWD/build/fuzz"  # absolute: a target may change its working folder
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)

@@ -7,7 +7,8 @@
 // joined by the importer. A repeated 'o' name goes back to that object but
 // keeps adding faces to the mesh in use, a repeated 'g' name starts a new
 // node. Faces before any 'o' or 'g' go to an object named "defaultobject".
-// Polygons are triangulated as a fan from their first corner. Corners that
+// Quadrilaterals are split along the diagonal from their concave corner
+// (or the first), larger polygons as a fan from their first corner. Corners that
 // are the same vertex (same position, and same normal and texture
 // coordinate when the mesh has them) become one vertex, numbered in the order
 // the faces first use them. Numbers are rounded the way this importer has
@@ -22,6 +23,7 @@
 // vn, f, o, g, usemtl and mtllib (lines, points, smoothing groups, curves…)
 // are skipped. Memory stays proportional to the file's size.
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -309,12 +311,14 @@ public:
         if (!text)
             return;  // a missing library leaves its materials grey, as it always has
         Lines lines(*text, where);
+        // The last material a library defines is the one in use after it.
         Material* current = nullptr;
         while (lines.next()) {
             const std::string_view keyword = lines.word();
             if (keyword == "newmtl") {
                 const std::string_view name = lines.trimmedRest();
-                current = &mMaterials[materialIndex(name.empty() ? std::string(kDefaultMaterialName) : std::string(name))];
+                mCurrentMaterial = int(materialIndex(name.empty() ? kDefaultMaterialName : std::string(name)));
+                current = &mMaterials[size_t(mCurrentMaterial)];
             } else if (current == nullptr) {
                 continue;
             } else if (keyword == "Kd") {
@@ -465,6 +469,40 @@ private:
 
     SourceMesh sourceMesh(const ObjMesh& mesh) const;
 
+    // The unit vector from corner `from` to corner `to` (zero stays zero).
+    std::array<float, 3> direction(const Corner& from, const Corner& to) const
+    {
+        const float* a = &mPositions[size_t(from.position) * 3];
+        const float* b = &mPositions[size_t(to.position) * 3];
+        std::array<float, 3> d = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+        const float length = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+        if (length != 0.0f) {
+            const float inverse = 1.0f / length;
+            d = {d[0] * inverse, d[1] * inverse, d[2] * inverse};
+        }
+        return d;
+    }
+
+    // The corner a quadrilateral is split from: the first corner whose angles
+    // to its two neighbours, measured from the diagonal, add up to more than
+    // a half turn (the concave one), else the first corner; both triangles
+    // then share the diagonal from it, as this reader has always split them.
+    uint32_t quadSplitCorner(const Corner* quad) const
+    {
+        constexpr float kHalfTurn = 3.1415926538f;
+        auto dot = [](const std::array<float, 3>& a, const std::array<float, 3>& b) {
+            return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+        };
+        for (uint32_t i = 0; i < 4; ++i) {
+            const std::array<float, 3> diagonal = direction(quad[i], quad[(i + 2) % 4]);
+            const float angle = std::acos(dot(direction(quad[i], quad[(i + 3) % 4]), diagonal)) +
+                                std::acos(dot(direction(quad[i], quad[(i + 1) % 4]), diagonal));
+            if (angle > kHalfTurn)
+                return i;
+        }
+        return 0;
+    }
+
     static constexpr size_t kNoObject = std::numeric_limits<size_t>::max();
     static constexpr size_t kNoMesh = std::numeric_limits<size_t>::max();
 
@@ -558,8 +596,11 @@ SourceMesh ObjContent::sourceMesh(const ObjMesh& mesh) const
     }
     size_t first = 0;
     for (uint32_t size : mesh.faceSizes) {
-        for (uint32_t k = 1; k + 1 < size; ++k)
-            out.indices.insert(out.indices.end(), {numbers[first], numbers[first + k], numbers[first + k + 1]});
+        const uint32_t start = size == 4 ? quadSplitCorner(&mesh.corners[first]) : 0;
+        for (uint32_t k = 1; k + 1 < size; ++k) {
+            out.indices.insert(out.indices.end(), {numbers[first + start], numbers[first + (start + k) % size],
+                                                   numbers[first + (start + k + 1) % size]});
+        }
         first += size;
     }
     return out;

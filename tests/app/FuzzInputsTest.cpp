@@ -44,7 +44,7 @@ protected:
 TEST_F(FuzzInputs, SeedsReadAndRegressionsAreInputErrors)
 {
     size_t replayed = 0;
-    for (const char* reader : {"gltf", "stl"}) {
+    for (const char* reader : {"gltf", "stl", "obj"}) {
         for (const fs::path& seed : filesIn(kFuzzDir / "seeds" / reader)) {
             const velmora::Assembly assembly = velmora::importAssembly({placed(seed)});
             EXPECT_FALSE(assembly.parts.empty()) << seed;
