@@ -304,8 +304,16 @@ public:
         return out;
     }
 
+    // Reads a material library, once: naming it again only makes its last
+    // material the one in use again.
     void readLibrary(const std::string& name)
     {
+        const auto [known, first] = mLastMaterialOfLibrary.try_emplace(name, -1);
+        if (!first) {
+            if (known->second >= 0)
+                mCurrentMaterial = known->second;
+            return;
+        }
         std::string where;
         const std::optional<std::string> text = mLibraries ? mLibraries(name, where) : std::nullopt;
         if (!text)
@@ -318,6 +326,7 @@ public:
             if (keyword == "newmtl") {
                 const std::string_view name = lines.trimmedRest();
                 mCurrentMaterial = int(materialIndex(name.empty() ? kDefaultMaterialName : std::string(name)));
+                known->second = mCurrentMaterial;
                 current = &mMaterials[size_t(mCurrentMaterial)];
             } else if (current == nullptr) {
                 continue;
@@ -416,6 +425,7 @@ private:
     {
         mObjects.push_back({name, {}});
         mCurrentObject = mObjects.size() - 1;
+        mFirstObjectNamed.try_emplace(name, mCurrentObject);
         addMesh(name);
         mMeshes[mCurrentMesh].material = mCurrentMaterial;
     }
@@ -424,11 +434,11 @@ private:
     {
         if (name.empty())
             return;
-        const auto known = std::find_if(mObjects.begin(), mObjects.end(), [&](const ObjObject& o) { return o.name == name; });
-        if (known == mObjects.end())
+        const auto known = mFirstObjectNamed.find(name);
+        if (known == mFirstObjectNamed.end())
             addObject(name);
         else
-            mCurrentObject = size_t(known - mObjects.begin());
+            mCurrentObject = known->second;
     }
 
     void selectGroup(const std::string& name)
@@ -513,6 +523,8 @@ private:
     std::vector<ObjObject> mObjects;
     std::vector<Material> mMaterials;
     std::map<std::string, size_t> mMaterialIndex;
+    std::map<std::string, size_t> mFirstObjectNamed;
+    std::map<std::string, int> mLastMaterialOfLibrary;  // -1: none (or no such library)
     size_t mCurrentObject = kNoObject;
     size_t mCurrentMesh = kNoMesh;
     int mCurrentMaterial = -1;

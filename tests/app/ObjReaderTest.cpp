@@ -46,6 +46,7 @@ TEST(ObjReader, ObjectsGroupsAndMaterialsMakeTheMeshesOfEachNode)
         {kTetra + "o a\n" + f + "o b\n" + f + f, "a:a:1 b:b:2"},
         // Back to a known object: its faces go on into the mesh in use.
         {kTetra + "o a\n" + f + "o b\n" + f + "o a\n" + f, "a:a:1 b:b:2"},
+        {kTetra + "g x\n" + f + "o x\n" + f + "g y\no x\n" + f, "x:x:2 y:y:1"},
         // A group always starts a node, even under a name seen before.
         {kTetra + "g x\n" + f + "g y\n" + f + "g x\n" + f + "g x\n" + f, "x:x:1 y:y:1 x:x:2"},
         {kTetra + "g two words \r\n" + f + "o one two\n" + f, "two words :two words :1 one:one:1"},
@@ -146,6 +147,7 @@ TEST(ObjReader, EachMeshHasTheColourOfItsMaterial)
         // After a library, its last material is in use.
         {"mtllib last.mtl\n" + f, velmora::Colour{0, 1, 0, 1}},
         {"o a\nmtllib last.mtl\n" + f + "o b\n" + f, velmora::Colour{0, 1, 0, 1}},
+        {"mtllib last.mtl\nusemtl first\n" + f + "mtllib last.mtl\no b\n" + f, velmora::Colour{0, 1, 0, 1}},
     };
     for (const auto& c : cases) {
         const SourceFile file = parse(kTetra + c.text, libraries);
