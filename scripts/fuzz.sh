@@ -5,13 +5,13 @@
 # takes twice SECONDS). The corpus grows in build/fuzz/corpus/<target>
 # from the seeds in fuzz/seeds/<target>; a crash leaves its input in
 # build/fuzz/artifacts/<target> and makes the script fail.
-# Usage: scripts/fuzz.sh [SECONDS] [TARGET…]   (targets: gltf stl options plan step)
+# Usage: scripts/fuzz.sh [SECONDS] [TARGET…]   (targets: gltf stl obj options plan step)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(gltf stl step options plan)
+[ ${#targets[@]} -gt 0 ] || targets=(gltf stl obj step options plan)
 # One-time allocations of the third-party readers are not leaks of ours.
 export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
 build="$PWD/build/fuzz"  # absolute: a target may change its working folder

@@ -182,7 +182,7 @@ struct Format {
 };
 constexpr Format kFormats[] = {
     {".stl", readStl},
-    {".obj", readContained},
+    {".obj", readObj},
     {".ply", readPly},
     {".3mf", readContained},
     {".gltf", [](const std::string& file) { return readGltf(file, false); }},

@@ -2,6 +2,7 @@
 // they are placed. Internal to the app layer.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -57,6 +58,15 @@ SourceFile parseGltf(const std::vector<unsigned char>& bytes, const std::string&
 // file on anything it cannot read.
 SourceFile readStl(const std::string& file);
 SourceFile parseStl(const std::string& bytes, const std::string& file);
+
+// The text of a material library an OBJ file names ("mtllib"), and in
+// `where` the name its errors give; nullopt when there is no such library.
+using MaterialLibraries = std::function<std::optional<std::string>(const std::string& name, std::string& where)>;
+
+// Reads a Wavefront OBJ file and the material libraries beside it, strictly.
+// Throws InputError naming the file on anything it cannot read.
+SourceFile readObj(const std::string& file);
+SourceFile parseObj(const std::string& bytes, const std::string& file, const MaterialLibraries& libraries);
 
 // A SourceFile as bytes and back (for meshes read in a child process);
 // decoding throws InputError on bytes that are not a whole encoded file.

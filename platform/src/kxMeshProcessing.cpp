@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <numeric>
 #include <tuple>
 
@@ -79,10 +80,52 @@ double weldCellSize(const std::vector<Wm4::Vector3<float>>& positions, float tol
     return extent > 0.0 ? extent / perAxis : 1.0;
 }
 
+// For every vertex, the first vertex at the same point (-0 and 0 are one
+// coordinate; a non-finite position stays its own): what the grid search
+// below finds with a zero tolerance, by hashing, so that a dense surface
+// (many vertices in each grid cell) costs linear time.
+std::vector<unsigned> exactWeldTargets(const std::vector<Wm4::Vector3<float>>& positions)
+{
+    const unsigned n = static_cast<unsigned>(positions.size());
+    size_t capacity = 16;
+    while (capacity < 2 * size_t(n))
+        capacity *= 2;
+    constexpr unsigned kEmpty = ~0u;
+    std::vector<unsigned> slots(capacity, kEmpty);
+    std::vector<unsigned> target(n);
+    for (unsigned v = 0; v < n; ++v) {
+        const Wm4::Vector3<float>& p = positions[v];
+        target[v] = v;
+        if (!isFinite(p))
+            continue;
+        uint32_t bits[3];
+        uint64_t hash = 0;
+        for (int k = 0; k < 3; ++k) {
+            const float c = p[k] + 0.0f;
+            std::memcpy(&bits[k], &c, sizeof c);
+            hash = (hash ^ bits[k]) * 0x9E3779B97F4A7C15ull;
+        }
+        for (size_t h = size_t(hash >> 24) & (capacity - 1);; h = (h + 1) & (capacity - 1)) {
+            if (slots[h] == kEmpty) {
+                slots[h] = v;
+                break;
+            }
+            const Wm4::Vector3<float>& q = positions[slots[h]];
+            if (q[0] == p[0] && q[1] == p[1] && q[2] == p[2]) {
+                target[v] = slots[h];
+                break;
+            }
+        }
+    }
+    return target;
+}
+
 // For every vertex, the kept vertex it merges into (itself when kept).
 std::vector<unsigned> weldTargets(const kxVertexBuffer& vb, float tolerance, bool positionsOnly)
 {
     const std::vector<Wm4::Vector3<float>>& positions = vb.GetPositions();
+    if (tolerance == 0.0f && positionsOnly)
+        return exactWeldTargets(positions);
     const unsigned n = static_cast<unsigned>(positions.size());
     const double cellSize = weldCellSize(positions, tolerance);
     const int reach = tolerance > 0.0f ? 1 : 0;

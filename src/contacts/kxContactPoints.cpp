@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 #include <string>
 #include <unordered_map>
 
@@ -91,6 +92,57 @@ std::vector<kx::kxPointer<kx::kxTriMesh>> buildPatches(const kx::kxTriMesh& part
 
 uint64_t edgeKey(unsigned a, unsigned b) { return a < b ? (uint64_t(a) << 32) | b : (uint64_t(b) << 32) | a; }
 
+// The triangles that share each edge of a triangle list. Corner slot 3t + c
+// stands for the edge of triangle t from its corner c to the next; at(slot)
+// lists every triangle with that edge in increasing order (one that has the
+// edge twice, twice). One hash table and a counting sort: nothing is
+// allocated per edge.
+class EdgeTriangles {
+public:
+    EdgeTriangles(const unsigned* idx, unsigned triangleCount) : mEdgeOfSlot(3 * size_t(triangleCount))
+    {
+        size_t capacity = 16;
+        while (capacity < 2 * mEdgeOfSlot.size())
+            capacity *= 2;
+        std::vector<uint64_t> keys(capacity);
+        std::vector<unsigned> edges(capacity, kNoEdge);
+        std::vector<unsigned> count;
+        for (size_t slot = 0; slot < mEdgeOfSlot.size(); ++slot) {
+            const size_t first = slot - slot % 3;
+            const uint64_t key = edgeKey(idx[slot], idx[first + (slot + 1) % 3]);
+            size_t h = size_t((key * 0x9E3779B97F4A7C15ull) >> 20) & (capacity - 1);
+            while (edges[h] != kNoEdge && keys[h] != key)
+                h = (h + 1) & (capacity - 1);
+            if (edges[h] == kNoEdge) {
+                edges[h] = unsigned(count.size());
+                keys[h] = key;
+                count.push_back(0);
+            }
+            mEdgeOfSlot[slot] = edges[h];
+            ++count[edges[h]];
+        }
+        mStart.assign(count.size() + 1, 0);
+        for (size_t e = 0; e < count.size(); ++e)
+            mStart[e + 1] = mStart[e] + count[e];
+        std::vector<unsigned> next(mStart.begin(), mStart.end() - 1);
+        mTriangles.resize(mEdgeOfSlot.size());
+        for (size_t slot = 0; slot < mEdgeOfSlot.size(); ++slot)
+            mTriangles[next[mEdgeOfSlot[slot]]++] = unsigned(slot / 3);
+    }
+
+    std::span<const unsigned> at(size_t slot) const
+    {
+        const unsigned e = mEdgeOfSlot[slot];
+        return {mTriangles.data() + mStart[e], mStart[e + 1] - mStart[e]};
+    }
+
+private:
+    static constexpr unsigned kNoEdge = ~0u;
+    std::vector<unsigned> mEdgeOfSlot;  // per corner slot, its edge
+    std::vector<unsigned> mStart;       // per edge, where its triangles start in mTriangles
+    std::vector<unsigned> mTriangles;
+};
+
 // Position of corner c of a neighbour across the placed edge (a, b), on the
 // side of the edge away from `opposite` (the placed triangle's third corner),
 // with the neighbour's own 3D shape. 2D lengths are 3D lengths times `scale`.
@@ -129,10 +181,7 @@ void unfoldPatch(kx::kxTriMesh& patch)
     if (firstEdge == 0.0)
         return;
 
-    std::unordered_map<uint64_t, std::vector<unsigned>> trianglesOfEdge;
-    for (unsigned t = 0; t < triangleCount; ++t)
-        for (int c = 0; c < 3; ++c)
-            trianglesOfEdge[edgeKey(idx[3 * t + unsigned(c)], idx[3 * t + unsigned(c + 1) % 3])].push_back(t);
+    const EdgeTriangles trianglesOfEdge(idx, triangleCount);
 
     std::vector<Vec2d> q(size_t(vb.GetVertexQuantity()));
     std::vector<char> vertexPlaced(q.size(), 0), trianglePlaced(triangleCount, 0);
@@ -151,7 +200,7 @@ void unfoldPatch(kx::kxTriMesh& patch)
         for (int c = 0; c < 3; ++c) {
             const unsigned a = idx[3 * t + unsigned(c)], b = idx[3 * t + unsigned(c + 1) % 3];
             const unsigned opposite = idx[3 * t + unsigned(c + 2) % 3];
-            for (unsigned n : trianglesOfEdge[edgeKey(a, b)]) {
+            for (unsigned n : trianglesOfEdge.at(3 * size_t(t) + unsigned(c))) {
                 if (trianglePlaced[n])
                     continue;
                 trianglePlaced[n] = 1;

@@ -43,6 +43,7 @@ protected:
 };
 
 constexpr const char* kTetra = "o t\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 2 3\nf 1 2 4\nf 1 3 4\nf 2 3 4\n";
+const std::string kTetraPoints = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\n";
 
 std::string bytesOf(const void* data, size_t size) { return std::string(static_cast<const char*>(data), size); }
 
@@ -99,6 +100,7 @@ TEST_F(BadInputs, EveryBadFileAndOptionHasItsExitStatusAndMessage)
     ASSERT_EQ(::mkfifo((dir / "pipe.stl").c_str(), 0600), 0);
     fs::create_directories(dir / "empty-folder");
     const std::string obj = write("ok.obj", kTetra);
+    write("bad.mtl", "newmtl a\nKd 1 0\n");
     const std::string d = dir.string() + "/";
     auto gltf = [&](const std::string& name, const std::function<void(json&)>& patch) {
         return write(name + ".gltf", gltfText(patch));
@@ -173,6 +175,37 @@ TEST_F(BadInputs, EveryBadFileAndOptionHasItsExitStatusAndMessage)
          d + "hello.stl: cannot read: neither an ASCII STL (no 'solid') nor a complete binary one"},
         {{"info", write("nan.stl", binaryStl(1, {0, 0, 0, nan, 0, 0, 0, 1, 0}))}, input,
          d + "nan.stl: non-finite vertex coordinate"},
+        // OBJ and its material libraries.
+        {{"info", write("word.obj", "v 0 0 x\n")}, input, d + "word.obj: cannot read: line 1: 'x' is not a number"},
+        {{"info", write("wide.obj", "v 1e999999999999999999999 0 0\n")}, input,
+         d + "wide.obj: cannot read: line 1: '1e999999999999999999999' is not a number"},
+        {{"info", write("short-v.obj", "o s\nv 0 0\n")}, input,
+         d + "short-v.obj: cannot read: line 2: a vertex has 2 numbers, fewer than 3"},
+        {{"info", write("long-v.obj", "v 1 2 3 4 5 6 7\n")}, input,
+         d + "long-v.obj: cannot read: line 1: a vertex has more than 6 numbers"},
+        {{"info", write("five-v.obj", "v 1 2 3 4 5\n")}, input,
+         d + "five-v.obj: cannot read: line 1: a vertex has 5 numbers (expected x y z, x y z w or x y z r g b)"},
+        {{"info", write("weight.obj", "v 1 2 3 0\n")}, input, d + "weight.obj: cannot read: line 1: a vertex has the weight 0"},
+        {{"info", write("zero.obj", kTetraPoints + "f 0 1 2\n")}, input,
+         d + "zero.obj: cannot read: line 5: the vertex index 0 (indices start at 1)"},
+        {{"info", write("before.obj", kTetraPoints + "f -5 1 2\n")}, input,
+         d + "before.obj: cannot read: line 5: the relative index -5 points before the first one"},
+        {{"info", write("past.obj", kTetraPoints + "f 1 2 9\n")}, input,
+         d + "past.obj: cannot read: a face refers to the vertex 9 of 4"},
+        {{"info", write("no-normal.obj", kTetraPoints + "f 1//1 2//1 3//1\n")}, input,
+         d + "no-normal.obj: cannot read: a face refers to the normal 1 of 0"},
+        {{"info", write("no-uv.obj", kTetraPoints + "vt 0 0\nf 1/1 2/2 3/1\n")}, input,
+         d + "no-uv.obj: cannot read: a face refers to the texture coordinate 2 of 1"},
+        {{"info", write("half.obj", kTetraPoints + "f 1.5 2 3\n")}, input,
+         d + "half.obj: cannot read: line 5: '1.5' is not a vertex index"},
+        {{"info", write("far.obj", kTetraPoints + "f 1 2 99999999999\n")}, input,
+         d + "far.obj: cannot read: line 5: the index 99999999999 is out of range"},
+        {{"info", write("edge.obj", kTetraPoints + "f 1 2\n")}, input,
+         d + "edge.obj: cannot read: line 5: a face has 2 corners, fewer than 3"},
+        {{"info", write("nul.obj", std::string("v 0 0 0\0\n", 10))}, input,
+         d + "nul.obj: cannot read: a zero byte in a text file"},
+        {{"info", write("paint.obj", "mtllib bad.mtl\n" + kTetraPoints + "f 1 2 3\n")}, input,
+         d + "bad.mtl: cannot read: line 2: a diffuse colour has 2 numbers, fewer than 3"},
         // glTF and GLB.
         {{"info", write("garbage.glb", std::string(64, 'x'))}, input,
          d + "garbage.glb: cannot read: not a binary glTF file"},

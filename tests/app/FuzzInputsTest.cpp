@@ -45,9 +45,9 @@ TEST_F(FuzzInputs, SeedsReadAndRegressionsAreInputErrors)
 {
     size_t replayed = 0;
 #ifdef VELMORA_WITH_STEP
-    const std::vector<std::string> readers = {"gltf", "stl", "step"};
+    const std::vector<std::string> readers = {"gltf", "stl", "obj", "step"};
 #else
-    const std::vector<std::string> readers = {"gltf", "stl"};
+    const std::vector<std::string> readers = {"gltf", "stl", "obj"};
 #endif
     for (const std::string& reader : readers) {
         for (const fs::path& seed : filesIn(kFuzzDir / "seeds" / reader)) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <set>
 #include <string>
 
@@ -90,6 +91,15 @@ TEST(MeshProcessing, WeldingToleranceAndChannels)
     const float nan = std::nanf("");
     auto withNaN = velmora_test::makeMesh({Vec3f(nan, 0, 0), Vec3f(nan, 0, 0), Vec3f(1, 0, 0)}, {0, 1, 2});
     EXPECT_EQ(kxMeshProcessing::WeldSimilarVertices(withNaN, 0.5f, true), 3);
+    // Exact welding: -0 is 0, the first of equal vertices is kept, infinite ones stay apart.
+    const float inf = std::numeric_limits<float>::infinity();
+    auto exact = velmora_test::makeMesh({Vec3f(1, 0, 0), Vec3f(-0.0f, 0, 0), Vec3f(inf, 0, 0), Vec3f(0, 0, 0),
+                                         Vec3f(inf, 0, 0), Vec3f(1, 0, 0)},
+                                        {0, 1, 2, 3, 4, 5});
+    EXPECT_EQ(kxMeshProcessing::WeldSimilarVertices(exact, 0.0f, true), 4);
+    const unsigned* welded = exact->GetIndexBuffer()->GetData();
+    EXPECT_EQ(std::vector<unsigned>(welded, welded + 6), (std::vector<unsigned>{0, 1, 2, 1, 3, 0}));
+    EXPECT_EQ(exact->GetVertexBuffer()->Position3(1)[0], -0.0f);
 }
 
 TEST(MeshProcessing, WeldingMatchesBruteForceOnRandomPoints)
