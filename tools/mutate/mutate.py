@@ -16,6 +16,8 @@ import argparse
 import collections
 import concurrent.futures
 import datetime
+import hashlib
+import json
 import math
 import os
 import random
@@ -430,11 +432,14 @@ def checkout_files(repo):
 
 def sync_tree(repo, tree):
     """Makes `tree` hold the checkout's files, rewriting only those that
-    differ so that the build folder stays incremental."""
+    differ so that the build folder stays incremental; returns a digest of
+    the files."""
     wanted = checkout_files(repo)
+    digest = hashlib.sha256()
     for relative in wanted:
         source, target = repo / relative, tree / relative
         data = source.read_bytes()
+        digest.update(relative.encode() + b"\0" + data)
         if not target.is_file() or target.read_bytes() != data:
             target.parent.mkdir(parents=True, exist_ok=True)
             target.write_bytes(data)
@@ -452,6 +457,7 @@ def sync_tree(repo, tree):
     link = tree.parent / "shared"
     if shared.is_dir() and not link.exists():
         link.symlink_to(shared.resolve())
+    return digest.hexdigest()
 
 
 class Worker:
@@ -474,7 +480,7 @@ class Worker:
     def prepare(self, repo):
         self.tree.mkdir(parents=True, exist_ok=True)
         self.logs.mkdir(parents=True, exist_ok=True)
-        sync_tree(repo, self.tree)
+        tree_digest = sync_tree(repo, self.tree)
         if not (self.build / "build.ninja").exists():
             env = dict(os.environ, CMAKE_CXX_COMPILER_LAUNCHER=os.environ.get("CMAKE_CXX_COMPILER_LAUNCHER", "ccache"))
             # Release flags as in the release preset, so ccache shares the
@@ -492,26 +498,54 @@ class Worker:
                                                  timeout=None)
         if not ok:
             raise SystemExit(f"mutate: error: the unmutated tree does not build:\n{output[-3000:]}")
-        self.log(f"built in {seconds:.0f} s; baseline test run")
+        self.log(f"built in {seconds:.0f} s")
+        fingerprint = self.fingerprint(tree_digest)
+        saved = self.root / "baseline.json"
+        state = json.loads(saved.read_text()) if saved.exists() else {}
+        if state.get("fingerprint") != fingerprint or (self.args.all_tests and not state.get("all_tests")):
+            self.log("baseline test run")
+            state = self.baseline(folders)
+            state["fingerprint"] = fingerprint
+            saved.write_text(json.dumps(state, indent=1))
+        self.programs, self.baseline_failures = state["programs"], state["baseline_failures"]
+        self.ctest_baseline, self.ctest_failures = state["ctest_baseline"], state["ctest_failures"]
+        for folder, failures in self.baseline_failures.items():
+            if failures:
+                self.log(f"baseline: {folder} fails {failures}; those are left out")
+        if self.ctest_failures:
+            self.log(f"baseline: ctest fails {self.ctest_failures}; those are left out")
+        self.log("baseline seconds: " + ", ".join(f"{k} {v:.1f}" for k, v in self.programs.items())
+                 + (f", other ctest tests {self.ctest_baseline:.1f}" if self.args.all_tests else ""))
+
+    def fingerprint(self, tree_digest):
+        """What the baseline depends on: the sources and the built libraries
+        and programs (linking the same objects gives the same bytes)."""
+        digest = hashlib.sha256(tree_digest.encode())
+        for path in sorted(self.build.rglob("*")):
+            if path.is_file() and (".so" in path.name or path.name.startswith("velmora")) and os.access(path, os.X_OK):
+                digest.update(path.relative_to(self.build).as_posix().encode() + path.read_bytes())
+        return digest.hexdigest()
+
+    def baseline(self, folders):
+        """Time and failures of the unmutated tests."""
+        state = dict(programs={}, baseline_failures={}, ctest_baseline=0.0, ctest_failures=[],
+                     all_tests=self.args.all_tests)
         for folder in folders:
             start = time.monotonic()
-            code, output = run_bounded([str(self.build / "tests" / f"velmora_tests_{folder}")],
-                                       self.build / "tests", None)
-            self.programs[folder] = time.monotonic() - start
-            self.baseline_failures[folder] = re.findall(r"^\[  FAILED  \] (\S+\.\S+?)(?:,|$| )", output, re.M)
-            if code != 0 or self.baseline_failures[folder]:
-                self.log(f"baseline: {folder} fails {self.baseline_failures[folder] or code}; those are left out")
+            _, output = run_bounded([str(self.build / "tests" / f"velmora_tests_{folder}")],
+                                    self.build / "tests", None)
+            state["programs"][folder] = time.monotonic() - start
+            state["baseline_failures"][folder] = sorted(set(
+                re.findall(r"^\[  FAILED  \] (\S+\.\S+?)(?:,|$| )", output, re.M)))
+        self.programs = state["programs"]
         if self.args.all_tests:
             failed = self.build / "Testing" / "Temporary" / "LastTestsFailed.log"
             failed.unlink(missing_ok=True)
             start = time.monotonic()
             run_bounded(self.ctest_command(stop_on_failure=False), self.build, None)
-            self.ctest_baseline = time.monotonic() - start
-            self.ctest_failures = [l.split(":", 1)[1] for l in failed.read_text().split()] if failed.exists() else []
-            if self.ctest_failures:
-                self.log(f"baseline: ctest fails {self.ctest_failures}; those are left out")
-        self.log("baseline seconds: " + ", ".join(f"{k} {v:.1f}" for k, v in self.programs.items())
-                 + (f", other ctest tests {self.ctest_baseline:.1f}" if self.args.all_tests else ""))
+            state["ctest_baseline"] = time.monotonic() - start
+            state["ctest_failures"] = [l.split(":", 1)[1] for l in failed.read_text().split()] if failed.exists() else []
+        return state
 
     def ctest_command(self, stop_on_failure=True):
         """ctest for the tests that are not in the GoogleTest programs."""
@@ -709,10 +743,10 @@ def command_run(args):
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
         for future in [pool.submit(drain, w) for w in workers]:
             future.result()
-    print_summary([results], args.estimate)
+    print_summary([results], args.sample)
 
 
-def print_summary(paths, estimate):
+def print_summary(paths, sample=None):
     for path in paths:
         _, rows = read_table(path)
         print(f"{path}: {len(rows)} mutants")
@@ -731,14 +765,26 @@ def print_summary(paths, estimate):
             mean_test = sum(float(r["test_s"]) for r in built) / len(built) if built else 0
             print(f"{name:<12}{len(group):>8}{count['killed']:>8}{count['survived']:>9}{count['compile-error']:>9}"
                   f"{count['stale']:>6}{score:>7}{mean_build:>9.1f}{mean_test:>8.1f}")
-        if rows and estimate:
-            per_mutant = sum(float(r["build_s"]) + float(r["test_s"]) for r in rows) / len(rows)
-            print(f"mean {per_mutant:.1f} s a mutant: about {per_mutant * estimate / 3600:.1f} h "
-                  f"for {estimate} mutants on one worker")
+        if rows and sample:
+            print(estimate_line(rows, sample))
+
+
+def estimate_line(rows, sample_path):
+    """The projected time of a whole sample from the mean cost per mutant of
+    each subsystem in these results (of all of them where one has none)."""
+    _, sample = read_table(sample_path)
+    cost = collections.defaultdict(list)
+    for row in rows:
+        cost[row["subsystem"]].append(float(row["build_s"]) + float(row["test_s"]))
+    overall = sum(map(sum, cost.values())) / len(rows)
+    seconds = sum(sum(cost[r["subsystem"]]) / len(cost[r["subsystem"]]) if cost[r["subsystem"]] else overall
+                  for r in sample)
+    return (f"mean {overall:.1f} s a mutant; the {len(sample)} mutants of {Path(sample_path).name} "
+            f"would take about {seconds / 3600:.1f} h on one worker")
 
 
 def command_summary(args):
-    print_summary(args.results, args.estimate)
+    print_summary(args.results, args.sample)
 
 
 def command_compare(args):
@@ -824,11 +870,10 @@ def main(argv=None):
     p.add_argument("--only", help="comma-separated mutant ids")
     p.add_argument("--subsystems", help="comma-separated subsystems")
     p.add_argument("--limit", type=int, default=0, help="run at most this many mutants")
-    p.add_argument("--estimate", type=int, default=300, help="project the time of this many mutants")
     p.set_defaults(func=command_run)
     p = sub.add_parser("summary", help="kill counts per subsystem of results files")
     p.add_argument("results", nargs="+")
-    p.add_argument("--estimate", type=int, default=300)
+    p.add_argument("--sample", help="project the time of this sample from the results")
     p.set_defaults(func=command_summary)
     p = sub.add_parser("compare", help="mutants killed by one results file and not the other")
     p.add_argument("old")
