@@ -16,6 +16,7 @@ import argparse
 import collections
 import concurrent.futures
 import datetime
+import fcntl
 import hashlib
 import json
 import math
@@ -39,6 +40,9 @@ SAMPLE_COLUMNS = ("id", "subsystem", "file", "line", "operator", "original", "re
 RESULT_COLUMNS = ("id", "subsystem", "file", "line", "operator", "status", "detail",
                   "build_s", "test_s", "tests", "finished")
 COUNTED = ("killed", "survived")
+RUNNING = set()  # process groups of the commands running now
+RUNNING_LOCK = threading.Lock()
+STOPPING = threading.Event()
 
 # ---------------------------------------------------------------------------
 # Reading C++: comments, literals and preprocessor lines are blanked out so
@@ -439,7 +443,8 @@ def sync_tree(repo, tree):
     for relative in wanted:
         source, target = repo / relative, tree / relative
         data = source.read_bytes()
-        digest.update(relative.encode() + b"\0" + data)
+        if not relative.startswith("tools/mutate/"):  # the tool's own files do not change a test's outcome
+            digest.update(relative.encode() + b"\0" + data)
         if not target.is_file() or target.read_bytes() != data:
             target.parent.mkdir(parents=True, exist_ok=True)
             target.write_bytes(data)
@@ -479,6 +484,11 @@ class Worker:
 
     def prepare(self, repo):
         self.tree.mkdir(parents=True, exist_ok=True)
+        self.lock = open(self.root / "lock", "w")
+        try:
+            fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            raise SystemExit(f"mutate: error: {self.root} is in use by another run")
         self.logs.mkdir(parents=True, exist_ok=True)
         tree_digest = sync_tree(repo, self.tree)
         if not (self.build / "build.ninja").exists():
@@ -632,6 +642,8 @@ def run_bounded(command, cwd, timeout):
         return "timeout", ""
     process = subprocess.Popen(command, cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                start_new_session=True)
+    with RUNNING_LOCK:
+        RUNNING.add(process.pid)
     try:
         output, _ = process.communicate(timeout=timeout)
         return process.returncode, output.decode(errors="replace")
@@ -643,6 +655,20 @@ def run_bounded(command, cwd, timeout):
         os.killpg(process.pid, signal.SIGKILL)
         process.wait()
         raise
+    finally:
+        with RUNNING_LOCK:
+            RUNNING.discard(process.pid)
+
+
+def stop_running():
+    """Kills the process groups of every command still running."""
+    STOPPING.set()
+    with RUNNING_LOCK:
+        for pid in RUNNING:
+            try:
+                os.killpg(pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
 
 
 def failure_of(code, output):
@@ -731,6 +757,8 @@ def command_run(args):
                     return
                 row = queue.popleft()
             outcome = worker.run_mutant(row)
+            if STOPPING.is_set():
+                return  # the outcome of an interrupted mutant is not kept
             values = [row["id"], row["subsystem"], row["file"], row["line"], row["operator"], outcome["status"],
                       outcome["detail"], f"{outcome['build_s']:.1f}", f"{outcome['test_s']:.1f}", mode,
                       datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ")]
@@ -741,8 +769,18 @@ def command_run(args):
                            f"{outcome['detail']} (build {outcome['build_s']:.1f} s, tests {outcome['test_s']:.1f} s)")
 
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
-        for future in [pool.submit(drain, w) for w in workers]:
-            future.result()
+        futures = [pool.submit(drain, w) for w in workers]
+        try:
+            for future in futures:
+                future.result()
+        except KeyboardInterrupt:
+            # The workers restore their mutated files as their commands end.
+            with lock:
+                queue.clear()
+            stop_running()
+            concurrent.futures.wait(futures)
+            print(f"mutate: interrupted; the mutants done so far are in {results}", file=sys.stderr)
+            return 130
     print_summary([results], args.sample)
 
 
@@ -884,7 +922,12 @@ def main(argv=None):
     args = parser.parse_args(argv)
     # A terminated run restores the mutated file as an interrupted one does.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
-    return args.func(args) or 0
+    try:
+        return args.func(args) or 0
+    except KeyboardInterrupt:
+        stop_running()
+        print("mutate: interrupted", file=sys.stderr)
+        return 130
 
 
 if __name__ == "__main__":
