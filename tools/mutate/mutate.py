@@ -118,7 +118,7 @@ def classify_brace(head, in_function):
     if in_function:
         return "block"
     h = " ".join(head.split())
-    if re.search(r"\bnamespace\b|\bextern\s*$", h):
+    if re.search(r'\bnamespace\b|\bextern\s*"[^"]*"$', h):
         return "namespace"
     if FUNCTION_HEAD.search(h) and "=" not in re.sub(r"operator\s*\S+|=\s*(default|delete)", "", h.split("(")[0]):
         return "function"
@@ -195,7 +195,7 @@ CALL_STATEMENT = re.compile(r"^(?:\w[\w:]*)(?:(?:\.|->)\w+|\[[^\]]*\]|\([^()]*\)
 ASSIGN_STATEMENT = re.compile(
     r"^\*?\w[\w:]*(?:(?:\.|->)\w+|\[[^\]]*\]|\([^()]*\))*\s*(?:[-+*/%&|^]|<<|>>)?=(?!=).*;$")
 STEP_STATEMENT = re.compile(r"^(?:(?:\+\+|--)\*?[\w.\->\[\]]+|\*?[\w.\->\[\]]+(?:\+\+|--));$")
-SPECIFIERS = re.compile(r"^(?:(?:static|inline|constexpr|virtual|explicit|friend|\[\[[^\]]*\]\])\s+)*")
+SPECIFIERS = re.compile(r'^(?:(?:static|inline|constexpr|virtual|explicit|friend|extern\s*"[^"]*"|\[\[[^\]]*\]\])\s+)*')
 
 
 def format_float(value, suffix):
@@ -241,7 +241,8 @@ def token_sites(raw, code, in_function):
         yield "constant", replace_at(raw, m.start(), m.end(), changed_constant(m.group(1), m.group(2), subscript))
 
 
-def previous_code_char(masked_lines, row):
+def previous_code_line(masked_lines, row):
+    """The last line with code before `row`, without trailing spaces."""
     for r in range(row - 1, -1, -1):
         stripped = masked_lines[r].rstrip()
         if stripped:
@@ -259,7 +260,7 @@ def is_dropped_statement(code, previous):
         return False
     if not (previous.endswith((";", "{", "}", ")", ":")) or re.search(r"\b(else|do)$", previous)):
         return False
-    if previous.endswith(":") and previous.endswith("::"):
+    if previous.endswith("::"):
         return False
     return bool(CALL_STATEMENT.match(stripped) or ASSIGN_STATEMENT.match(stripped) or STEP_STATEMENT.match(stripped))
 
@@ -295,9 +296,8 @@ def find_sites(text, relative_file, subsystem):
             continue
         for operator, mutated in token_sites(raw, code, in_function[row]):
             add(row, operator, mutated)
-        if in_function[row] and is_dropped_statement(code, previous_code_char(masked_lines, row)):
-            indent = len(raw) - len(raw.lstrip())
-            add(row, "drop-statement", raw[:indent] + ";")
+        if in_function[row] and is_dropped_statement(code, previous_code_line(masked_lines, row)):
+            add(row, "drop-statement", ";")
     for row, col, head in bodies:
         if re.search(r"\boperator\b", head) or not raw_lines[row].strip():
             continue
