@@ -502,6 +502,9 @@ class Worker:
                            check=True, env=env, stdout=subprocess.DEVNULL)
         folders = sorted(p.name for p in (self.tree / "tests").iterdir()
                          if p.is_dir() and any(p.glob("*.cpp")) and p.name not in ("support", "consumer"))
+        unknown = sorted(set(self.args.extra_tests) - set(folders))
+        if unknown:
+            raise SystemExit(f"mutate: error: no test program for {', '.join(unknown)} (there are: {', '.join(folders)})")
         self.log("building " + ("everything" if self.args.all_tests else "the test programs"))
         ok, seconds, output = self.build_targets(None if self.args.all_tests else
                                                  [f"velmora_tests_{f}" for f in folders] + ["velmora_cli"],
