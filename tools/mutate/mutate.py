@@ -603,15 +603,16 @@ class Worker:
 
     def run_mutant(self, row):
         path = self.tree / row["file"]
-        text = path.read_text()
-        line = locate(text.split("\n"), int(row["line"]), row["original"])
+        original = path.read_bytes() if path.is_file() else b""
+        lines = original.decode(errors="surrogateescape").split("\n")
+        line = locate(lines, int(row["line"]), row["original"])
         if line is None:
             return dict(status="stale", detail="line not found", build_s=0.0, test_s=0.0)
-        lines = text.split("\n")
-        indent = lines[line - 1][:len(lines[line - 1]) - len(lines[line - 1].lstrip())]
-        lines[line - 1] = indent + row["replacement"]
+        old = lines[line - 1]
+        indent = old[:len(old) - len(old.lstrip())]
+        lines[line - 1] = indent + row["replacement"] + ("\r" if old.endswith("\r") else "")
         try:
-            path.write_text("\n".join(lines))
+            path.write_bytes("\n".join(lines).encode(errors="surrogateescape"))
             targets = None if self.args.all_tests else \
                 [f"velmora_tests_{f}" for f in self.covering_folders(row["subsystem"])] + ["velmora_cli"]
             ok, build_s, output = self.build_targets(targets, self.args.build_timeout)
@@ -620,11 +621,12 @@ class Worker:
                 return dict(status="compile-error", detail=first_error(output), build_s=build_s, test_s=0.0)
             start = time.monotonic()
             status, detail, output = self.run_tests(row["subsystem"])
-            (self.logs / f"{row['id']}.log").write_text(output)
+            if output:
+                (self.logs / f"{row['id']}.log").write_text(output)
             return dict(status=status, detail=detail if line == int(row["line"]) else f"{detail} (at line {line})",
                         build_s=build_s, test_s=time.monotonic() - start)
         finally:
-            path.write_text(text)
+            path.write_bytes(original)
 
 
 def locate(lines, line, original):
@@ -925,6 +927,7 @@ def main(argv=None):
     args = parser.parse_args(argv)
     # A terminated run restores the mutated file as an interrupted one does.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # `summary | head` ends quietly
     try:
         return args.func(args) or 0
     except KeyboardInterrupt:
