@@ -7,6 +7,7 @@
 #include "kxDistantContacts.h"
 #include "kxSystem.h"
 #include "velmora/PlanningScale.h"
+#include "velmora/SweptContacts.h"
 #include "velmora/ZeroAreaContacts.h"
 
 namespace velmora {
@@ -140,6 +141,20 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
         }
     }
     finishStage("contacts");
+    // Verification sweeps the contacts motion analysis locked before the
+    // direction set is made; its geometry is built once for both uses.
+    std::shared_ptr<const PlanVerifier> verifier;
+    double sweepMs = 0.0;
+    if (options.hierarchy && options.verify) {
+        verifier = makePlanVerifier(*plan->mGroups, options.angleTolerance, plan->mThreads);
+        SweptContacts swept =
+            freeLockedContactsBySweep(*plan->mDiagram, *plan->mGroups, *verifier, options.angleTolerance);
+        if (swept.diagram)
+            plan->mDiagram = std::move(swept.diagram);
+        plan->mSweptFreeContacts = std::move(swept.freed);
+        sweepMs = timer.getElapsedMs();
+        timer.reset();
+    }
     plan->mDiagram->computeDirectionSet(options.angleTolerance);
     finishStage("directions");
     if (!options.hierarchy)
@@ -167,10 +182,12 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     finishStage("hierarchy");
     if (options.verify) {
         startStage("verification");
-        plan->mVerification =
-            std::make_unique<PlanVerification>(verifyHierarchyPlan(*plan->mBuilder, plan->mThreads));
+        plan->mVerification = std::make_unique<PlanVerification>(verifyHierarchyPlan(*plan->mBuilder, verifier));
+        plan->mVerification->freedLocked = plan->mSweptFreeContacts;
+        plan->mVerification->milliseconds += sweepMs;
         inWorldLengths(*plan->mVerification, 1.0 / plan->mPlanningScale);
         finishStage("verification");
+        plan->mTimings.back().milliseconds += sweepMs;
     }
     return plan;
 }

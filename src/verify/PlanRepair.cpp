@@ -96,10 +96,91 @@ std::vector<SplitVerdict> reverifySubtrees(const PlanVerifier& verifier, const k
     return verdicts;
 }
 
+using GroupSet = std::set<unsigned>;
+
+GroupSet clusterGroups(const kxGroupsClustering& clustering, unsigned id, kx2SATState& scratch)
+{
+    clustering.getCluster(id, scratch);
+    GroupSet groups;
+    scratch.forEachTrueVar([&](unsigned g) { groups.insert(g); });
+    return groups;
+}
+
+bool intersects(const GroupSet& a, const GroupSet& b)
+{
+    return std::any_of(a.begin(), a.end(), [&](unsigned g) { return b.count(g) != 0; });
+}
+
+// `set` grown by every cluster that crosses it (overlaps it with neither
+// holding the other), so that keeping it whole drops no cluster: clusters
+// must nest.
+GroupSet nestingClosure(const kxGroupsClustering& clustering, GroupSet set, kx2SATState& scratch)
+{
+    for (bool grown = true; grown;) {
+        grown = false;
+        for (unsigned id = 0; id < clustering.getNoClusters(); ++id) {
+            const GroupSet cluster = clusterGroups(clustering, id, scratch);
+            const bool nested = std::includes(set.begin(), set.end(), cluster.begin(), cluster.end()) ||
+                                std::includes(cluster.begin(), cluster.end(), set.begin(), set.end());
+            if (!nested && intersects(set, cluster)) {
+                set.insert(cluster.begin(), cluster.end());
+                grown = true;
+            }
+        }
+    }
+    return set;
+}
+
+// Pairs of groups joined into connected sets.
+std::vector<GroupSet> connectedSets(const std::vector<std::pair<unsigned, unsigned>>& pairs)
+{
+    std::vector<GroupSet> sets;
+    for (const auto& [a, b] : pairs) {
+        GroupSet joined{a, b};
+        std::erase_if(sets, [&](const GroupSet& set) {
+            if (!intersects(set, joined))
+                return false;
+            joined.insert(set.begin(), set.end());
+            return true;
+        });
+        sets.push_back(std::move(joined));
+    }
+    return sets;
+}
+
+// Makes every connected set of the pairs a cluster the builder never splits.
+void keepWhole(kxGroupsClustering& clustering, const std::vector<std::pair<unsigned, unsigned>>& pairs,
+               unsigned noGroups)
+{
+    kx2SATState scratch(noGroups);
+    for (const GroupSet& set : connectedSets(pairs)) {
+        scratch.clear(false);
+        for (unsigned g : nestingClosure(clustering, set, scratch))
+            scratch.setTrue(g);
+        clustering.pushCluster(scratch, false);
+    }
+}
+
+// Failing splits whose first colliding pair is not kept together yet: the
+// pair (lower id first) is added to `pairs` and the split's node returned.
+std::vector<unsigned> newlyInseparable(const std::vector<SplitVerdict>& verdicts,
+                                       std::vector<std::pair<unsigned, unsigned>>& pairs)
+{
+    std::vector<unsigned> nodes;
+    for (const SplitVerdict& verdict : verdicts) {
+        const std::pair<unsigned, unsigned> pair = std::minmax(verdict.sweep.movingGroup, verdict.sweep.stayingGroup);
+        if (verdict.sweep.clear || std::find(pairs.begin(), pairs.end(), pair) != pairs.end())
+            continue;
+        pairs.push_back(pair);
+        nodes.push_back(verdict.node);
+    }
+    return nodes;
+}
+
 }  // namespace
 
 RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const PlanVerifier& verifier,
-                              unsigned maxRounds)
+                              unsigned maxRounds, bool keepInseparable)
 {
     const kxDisassemblyHierarchy& hierarchy = builder.getHierarchy();
     const std::vector<Wm4::Vector3<double>> directions = directionSet(builder.getContactDiagram());
@@ -133,6 +214,16 @@ RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const Plan
             }
             if (learntHere)
                 replan.push_back(verdict.node);
+        }
+        if (replan.empty() && keepInseparable) {
+            replan = newlyInseparable(outcome.verdicts, outcome.keptTogether);
+            if (!replan.empty()) {
+                if (!builder.getGroupsClustering()) {
+                    outcome.clustering = std::make_shared<kxGroupsClustering>(builder.getMeshGroups().getNoGroups());
+                    builder.setGroupsClustering(outcome.clustering.get());
+                }
+                keepWhole(*builder.getGroupsClustering(), outcome.keptTogether, builder.getMeshGroups().getNoGroups());
+            }
         }
         if (replan.empty())
             break;

@@ -59,7 +59,9 @@ struct PlanOptions {
     // directions their faces leave free; off: they lock their pair.
     bool freeZeroAreaContacts = true;
     // With the hierarchy: sweep every split, re-plan the ones that collide
-    // and find interfering, duplicate and stuck parts.
+    // and find interfering, duplicate and stuck parts; contacts with no
+    // removal direction are swept first and freed where the pair comes
+    // apart (see SweptContacts.h).
     bool verify = false;
     // With the hierarchy: a saved tree whose splits are taken instead of
     // searched for (not owned; may be null). InputError when it does not fit.
@@ -122,6 +124,7 @@ private:
     bool mFreeZeroAreaContacts = false;
     std::vector<bool> mZeroAreaContacts;  // per diagram edge; empty when none was freed
     std::unique_ptr<PlanVerification> mVerification;
+    std::vector<unsigned> mSweptFreeContacts;  // diagram edges freed by sweeping
 };
 
 
