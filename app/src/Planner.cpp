@@ -147,11 +147,13 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     double sweepMs = 0.0;
     if (options.hierarchy && options.verify) {
         verifier = makePlanVerifier(*plan->mGroups, options.angleTolerance, plan->mThreads);
-        SweptContacts swept =
-            freeLockedContactsBySweep(*plan->mDiagram, *plan->mGroups, *verifier, options.angleTolerance);
-        if (swept.diagram)
-            plan->mDiagram = std::move(swept.diagram);
-        plan->mSweptFreeContacts = std::move(swept.freed);
+        if (options.freeZeroAreaContacts) {
+            SweptContacts swept =
+                freeLockedContactsBySweep(*plan->mDiagram, *plan->mGroups, *verifier, options.angleTolerance);
+            if (swept.diagram)
+                plan->mDiagram = std::move(swept.diagram);
+            plan->mSweptFreeContacts = std::move(swept.freed);
+        }
         sweepMs = timer.getElapsedMs();
         timer.reset();
     }

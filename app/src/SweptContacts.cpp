@@ -43,14 +43,41 @@ Vec3f touchingRegionCentre(const kxMeshGroups& groups, unsigned g0, unsigned g1)
     return centre;
 }
 
-std::vector<Vec3d> clearDirections(const PlanVerifier& verifier, unsigned g0, unsigned g1,
-                                   const std::vector<Vec3d>& candidates)
+Vec3d vertexCentroid(const kxMeshGroups& groups, unsigned g)
 {
-    std::vector<Vec3d> clear;
+    Vec3d sum(0, 0, 0);
+    int count = 0;
+    for (unsigned k = 0; k < groups.getGroupSize(g); ++k) {
+        const kx::kxTriMesh& mesh = *groups.getMeshFromGroup(g, k);
+        for (int v = 0; v < mesh.GetVertexBuffer()->GetVertexQuantity(); ++v) {
+            const Vec3f p = mesh.World.ApplyForward(mesh.GetVertexBuffer()->Position3(v));
+            sum += Vec3d(p[0], p[1], p[2]);
+            ++count;
+        }
+    }
+    return count ? sum / double(count) : sum;
+}
+
+// The directions, both senses of each candidate, along which g0 leaves g1
+// cleanly. A direction heading into g1 (towards its centre by more than the
+// angle tolerance) is not taken even when its sweep is clear: faces that lie
+// on one another with coinciding vertices can slide into each other unseen
+// by the sweep's rays, and a contact's directions must never push into it.
+std::vector<Vec3d> clearDirections(const PlanVerifier& verifier, const kxMeshGroups& groups, unsigned g0,
+                                   unsigned g1, const std::vector<Vec3d>& candidates, double headingSine)
+{
+    Vec3d towards = vertexCentroid(groups, g1) - vertexCentroid(groups, g0);
+    towards.Normalize();
+    std::vector<Vec3d> senses;
     for (const Vec3d& candidate : candidates)
         for (const Vec3d& d : {candidate, -candidate})
-            if (verifier.sweep({g0}, {g1}, d).clear)
-                clear.push_back(d);
+            if (d.Dot(towards) <= headingSine)
+                senses.push_back(d);
+    const std::vector<SweepOutcome> sweeps = verifier.sweepAlong({g0}, {g1}, senses);
+    std::vector<Vec3d> clear;
+    for (size_t j = 0; j < senses.size(); ++j)
+        if (sweeps[j].clear)
+            clear.push_back(senses[j]);
     return clear;
 }
 
@@ -79,7 +106,8 @@ SweptContacts freeLockedContactsBySweep(const kxContactDiagram& diagram, const k
         if (candidates.empty())
             candidates = candidateDirections(diagram, angleTolerance);
         const kxContactDiagram::tContactEdge& edge = diagram.getEdgeData(e);
-        freedDirections[e] = clearDirections(verifier, edge.groupId0, edge.groupId1, candidates);
+        freedDirections[e] = clearDirections(verifier, groups, edge.groupId0, edge.groupId1, candidates,
+                                             std::sin(double(angleTolerance) * M_PI / 180.0));
         if (!freedDirections[e].empty())
             result.freed.push_back(e);
     }

@@ -93,6 +93,11 @@ public:
     SweepOutcome sweep(const std::vector<unsigned>& moving, const std::vector<unsigned>& staying,
                        const Wm4::Vector3<double>& direction) const;
 
+    // The same sweep along each of `directions`, in that order, the
+    // directions shared out among the workers.
+    std::vector<SweepOutcome> sweepAlong(const std::vector<unsigned>& moving, const std::vector<unsigned>& staying,
+                                         const std::vector<Wm4::Vector3<double>>& directions) const;
+
     // Every split of `hierarchy`, by node id, its moving side (second child)
     // swept along +directions[splitId] away from its first child.
     std::vector<SplitVerdict> verifyHierarchy(const kxDisassemblyHierarchy& hierarchy,

@@ -15,6 +15,8 @@ namespace {
 // weigh them by their penalty as a maximum-type cost, and this one, the
 // largest below "not blocked", makes a learnt collision the last resort.
 constexpr unsigned kHardBlocking = 0xFFFFFFFEu;
+// Bit of a direction id that names the opposite sense of the direction.
+constexpr unsigned kOppositeSense = 0x80000000u;
 
 std::vector<Wm4::Vector3<double>> directionSet(const kxContactDiagram& diagram)
 {
@@ -177,6 +179,57 @@ std::vector<unsigned> newlyInseparable(const std::vector<SplitVerdict>& verdicts
     return nodes;
 }
 
+// Both senses of every direction of the set, in the order of their ids: k
+// (along +D[k]) at 2k, k | kOppositeSense (along -D[k]) at 2k + 1.
+std::vector<Wm4::Vector3<double>> bothSenses(const std::vector<Wm4::Vector3<double>>& directions)
+{
+    std::vector<Wm4::Vector3<double>> senses;
+    for (const Wm4::Vector3<double>& d : directions) {
+        senses.push_back(d);
+        senses.push_back(-d);
+    }
+    return senses;
+}
+
+// Learns colliding pairs as blocking constraints of the builder. A pair that
+// collides on one split usually collides along many directions, and the
+// search would try them one round at a time: so the pair is swept alone
+// along every direction of the set in both senses, and every direction it
+// collides along is learnt at once (a split moving one of them that way
+// collides whatever else moves).
+class PairLearner {
+public:
+    PairLearner(kxDisassemblyHierarchyBuilder& builder, const PlanVerifier& verifier)
+        : mBuilder(builder), mVerifier(verifier),
+          mSenses(bothSenses(directionSet(builder.getContactDiagram())))
+    {
+    }
+
+    // The number of directions learnt for the pair; 0 when it was learnt
+    // before (in either order).
+    unsigned learn(unsigned moving, unsigned staying)
+    {
+        if (!mLearnt.insert(std::minmax(moving, staying)).second)
+            return 0;
+        const std::vector<SweepOutcome> sweeps = mVerifier.sweepAlong({moving}, {staying}, mSenses);
+        std::vector<unsigned> blocked;
+        for (unsigned j = 0; j < sweeps.size(); ++j)
+            if (!sweeps[j].clear)
+                blocked.push_back(j / 2 | (j % 2 ? kOppositeSense : 0u));
+        if (blocked.empty())
+            return 0;
+        std::vector<unsigned> penalties(blocked.size(), kHardBlocking);
+        mBuilder.pushDistantConstraint(moving, staying, blocked, penalties);
+        return unsigned(blocked.size());
+    }
+
+private:
+    kxDisassemblyHierarchyBuilder& mBuilder;
+    const PlanVerifier& mVerifier;
+    const std::vector<Wm4::Vector3<double>> mSenses;
+    std::set<std::pair<unsigned, unsigned>> mLearnt;
+};
+
 }  // namespace
 
 RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const PlanVerifier& verifier,
@@ -184,7 +237,7 @@ RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const Plan
 {
     const kxDisassemblyHierarchy& hierarchy = builder.getHierarchy();
     const std::vector<Wm4::Vector3<double>> directions = directionSet(builder.getContactDiagram());
-    std::set<std::tuple<unsigned, unsigned, unsigned>> learnt;  // (moving, staying, direction)
+    PairLearner learner(builder, verifier);
     RepairOutcome outcome;
     std::vector<unsigned> replanned;  // subtrees searched again in the last round
     SweepCache cache;
@@ -201,18 +254,11 @@ RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const Plan
             break;
         std::vector<unsigned> replan;
         for (const SplitVerdict& verdict : outcome.verdicts) {
-            bool learntHere = false;
-            for (const Collision& blocker : verdict.sweep.blockers) {
-                const auto key = std::make_tuple(blocker.movingGroup, blocker.stayingGroup, verdict.direction);
-                if (!learnt.insert(key).second)
-                    continue;
-                std::vector<unsigned> penalties{kHardBlocking};
-                builder.pushDistantConstraint(blocker.movingGroup, blocker.stayingGroup, {verdict.direction},
-                                              penalties);
-                ++outcome.learntConstraints;
-                learntHere = true;
-            }
-            if (learntHere)
+            unsigned learnt = 0;
+            for (const Collision& blocker : verdict.sweep.blockers)
+                learnt += learner.learn(blocker.movingGroup, blocker.stayingGroup);
+            outcome.learntConstraints += learnt;
+            if (learnt != 0)
                 replan.push_back(verdict.node);
         }
         if (replan.empty() && keepInseparable) {

@@ -56,7 +56,9 @@ struct PlanOptions {
     // not depend on the input's unit; off: the world coordinates as they are.
     bool normaliseScale = true;
     // Give contacts that touch only along an edge or at a corner the
-    // directions their faces leave free; off: they lock their pair.
+    // directions their faces leave free, and, with verify, the other
+    // contacts without a direction those a sweep finds clear; off: they lock
+    // their pair.
     bool freeZeroAreaContacts = true;
     // With the hierarchy: sweep every split, re-plan the ones that collide
     // and find interfering, duplicate and stuck parts; contacts with no

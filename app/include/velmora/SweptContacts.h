@@ -10,9 +10,9 @@
 //
 // Here every contact without a direction is swept, the pair alone, along
 // each candidate direction (the directions of the other contacts and the
-// six axes, both senses), with the verifier's initial-overlap allowance: the
-// directions in which the first group really leaves the second become the
-// contact's directions. A contact for which no candidate is clear stays
+// six axes, both senses; none that heads into the partner), with the
+// verifier's initial-overlap allowance: the directions in which the first
+// group really leaves the second become the contact's directions. A contact for which no candidate is clear stays
 // locked: its pair truly cannot come apart and stays together in every
 // split. The library's classes are used as they are; the result is a new
 // diagram with the same edges in the same order, only the freed ones
