@@ -20,14 +20,21 @@ void appendDistinctLine(std::vector<Vec3d>& lines, const Vec3d& direction, doubl
     lines.push_back(direction);
 }
 
-kx::kxBBox groupBox(const kxMeshGroups& groups, unsigned g)
+// Calls visit(p) for every vertex p of group g, in world space.
+template <class Visit>
+void forEachWorldVertex(const kxMeshGroups& groups, unsigned g, Visit&& visit)
 {
-    kx::kxBBox box;
     for (unsigned k = 0; k < groups.getGroupSize(g); ++k) {
         const kx::kxTriMesh& mesh = *groups.getMeshFromGroup(g, k);
         for (int v = 0; v < mesh.GetVertexBuffer()->GetVertexQuantity(); ++v)
-            box.selfExpand(mesh.World.ApplyForward(mesh.GetVertexBuffer()->Position3(v)));
+            visit(mesh.World.ApplyForward(mesh.GetVertexBuffer()->Position3(v)));
     }
+}
+
+kx::kxBBox groupBox(const kxMeshGroups& groups, unsigned g)
+{
+    kx::kxBBox box;
+    forEachWorldVertex(groups, g, [&](const Vec3f& p) { box.selfExpand(p); });
     return box;
 }
 
@@ -47,14 +54,10 @@ Vec3d vertexCentroid(const kxMeshGroups& groups, unsigned g)
 {
     Vec3d sum(0, 0, 0);
     int count = 0;
-    for (unsigned k = 0; k < groups.getGroupSize(g); ++k) {
-        const kx::kxTriMesh& mesh = *groups.getMeshFromGroup(g, k);
-        for (int v = 0; v < mesh.GetVertexBuffer()->GetVertexQuantity(); ++v) {
-            const Vec3f p = mesh.World.ApplyForward(mesh.GetVertexBuffer()->Position3(v));
-            sum += Vec3d(p[0], p[1], p[2]);
-            ++count;
-        }
-    }
+    forEachWorldVertex(groups, g, [&](const Vec3f& p) {
+        sum += Vec3d(p[0], p[1], p[2]);
+        ++count;
+    });
     return count ? sum / double(count) : sum;
 }
 
@@ -73,7 +76,7 @@ std::vector<Vec3d> clearDirections(const PlanVerifier& verifier, const kxMeshGro
         for (const Vec3d& d : {candidate, -candidate})
             if (d.Dot(towards) <= headingSine)
                 senses.push_back(d);
-    const std::vector<SweepOutcome> sweeps = verifier.sweepAlong({g0}, {g1}, senses);
+    const std::vector<SweepOutcome> sweeps = verifier.sweepAlong({g0}, {g1}, senses, true);
     std::vector<Vec3d> clear;
     for (size_t j = 0; j < senses.size(); ++j)
         if (sweeps[j].clear)

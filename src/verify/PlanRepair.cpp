@@ -191,12 +191,14 @@ std::vector<Wm4::Vector3<double>> bothSenses(const std::vector<Wm4::Vector3<doub
     return senses;
 }
 
-// Learns colliding pairs as blocking constraints of the builder. A pair that
-// collides on one split usually collides along many directions, and the
-// search would try them one round at a time: so the pair is swept alone
-// along every direction of the set in both senses, and every direction it
-// collides along is learnt at once (a split moving one of them that way
-// collides whatever else moves).
+// Learns colliding pairs as blocking constraints of the builder. The first
+// time a pair collides, only the direction of its split is learnt (the
+// collision the sweep saw). A pair that collides again, along another
+// direction, usually collides along many, and the search would try them one
+// round at a time: so it is swept alone along every direction of the set in
+// both senses, and every direction it collides along is learnt at once (a
+// split moving one of them that way collides whatever else moves). Sweeping
+// only repeat offenders keeps the cost of the sweeps where rounds are saved.
 class PairLearner {
 public:
     PairLearner(kxDisassemblyHierarchyBuilder& builder, const PlanVerifier& verifier)
@@ -205,29 +207,46 @@ public:
     {
     }
 
-    // The number of directions learnt for the pair; 0 when it was learnt
-    // before (in either order).
-    unsigned learn(unsigned moving, unsigned staying)
+    // Learns that `moving` collides with `staying` moving along +D[direction];
+    // returns the number of directions newly learnt for the pair.
+    unsigned learn(unsigned moving, unsigned staying, unsigned direction)
     {
-        if (!mLearnt.insert(std::minmax(moving, staying)).second)
+        // Kept for the pair (lower id first), as that one moving from the other.
+        const unsigned lower = std::min(moving, staying), upper = std::max(moving, staying);
+        tPairKnowledge& known = mPairs[{lower, upper}];
+        if (known.swept)
             return 0;
-        const std::vector<SweepOutcome> sweeps = mVerifier.sweepAlong({moving}, {staying}, mSenses);
+        const unsigned id = moving == lower ? direction : direction | kOppositeSense;
         std::vector<unsigned> blocked;
-        for (unsigned j = 0; j < sweeps.size(); ++j)
-            if (!sweeps[j].clear)
-                blocked.push_back(j / 2 | (j % 2 ? kOppositeSense : 0u));
+        if (known.ids.empty()) {
+            blocked.push_back(id);
+        } else {
+            const std::vector<SweepOutcome> sweeps = mVerifier.sweepAlong({lower}, {upper}, mSenses, true);
+            for (unsigned j = 0; j < sweeps.size(); ++j) {
+                const unsigned signedId = j / 2 | (j % 2 ? kOppositeSense : 0u);
+                if (!sweeps[j].clear && !known.ids.count(signedId))
+                    blocked.push_back(signedId);
+            }
+            known.swept = true;
+        }
         if (blocked.empty())
             return 0;
+        known.ids.insert(blocked.begin(), blocked.end());
         std::vector<unsigned> penalties(blocked.size(), kHardBlocking);
-        mBuilder.pushDistantConstraint(moving, staying, blocked, penalties);
+        mBuilder.pushDistantConstraint(lower, upper, blocked, penalties);
         return unsigned(blocked.size());
     }
 
 private:
+    struct tPairKnowledge {
+        std::set<unsigned> ids;  // learnt, the lower group moving from the upper
+        bool swept = false;      // every direction learnt
+    };
+
     kxDisassemblyHierarchyBuilder& mBuilder;
     const PlanVerifier& mVerifier;
     const std::vector<Wm4::Vector3<double>> mSenses;
-    std::set<std::pair<unsigned, unsigned>> mLearnt;
+    std::map<std::pair<unsigned, unsigned>, tPairKnowledge> mPairs;
 };
 
 }  // namespace
@@ -256,7 +275,7 @@ RepairOutcome verifyAndRepair(kxDisassemblyHierarchyBuilder& builder, const Plan
         for (const SplitVerdict& verdict : outcome.verdicts) {
             unsigned learnt = 0;
             for (const Collision& blocker : verdict.sweep.blockers)
-                learnt += learner.learn(blocker.movingGroup, blocker.stayingGroup);
+                learnt += learner.learn(blocker.movingGroup, blocker.stayingGroup, verdict.direction);
             outcome.learntConstraints += learnt;
             if (learnt != 0)
                 replan.push_back(verdict.node);

@@ -422,9 +422,10 @@ struct SweepScratch {
 };
 
 // Earliest travel at which a vertex of `from` (moving along dir) enters
-// `into` deeper than the threshold, rays pruned beyond `limit`.
+// `into` deeper than the threshold, rays pruned beyond `limit`; with
+// `anyEntry`, the travel of the first vertex found to enter, not the earliest.
 double firstVertexEntry(const PlanVerifier::tGroupGeometry& from, const PlanVerifier::tGroupGeometry& into,
-                        const Vec3f& dir, double limit, double threshold, float step, float grazing)
+                        const Vec3f& dir, double limit, double threshold, float step, float grazing, bool anyEntry)
 {
     const Box reach = [&] {
         Box b = into.box;
@@ -436,6 +437,8 @@ double firstVertexEntry(const PlanVerifier::tGroupGeometry& from, const PlanVeri
         if (!reach.contains(toDouble(p), threshold))
             continue;
         best = std::min(best, firstDeepEntry(into, p, dir, std::min(limit, best), threshold, step, grazing));
+        if (anyEntry && best != kNoHit)
+            break;
     }
     return best;
 }
@@ -617,9 +620,11 @@ struct SweepContext {
 
 // Sweeps one side away from the other pair by pair: every colliding pair is
 // listed with its first collision, and the earliest collision wins (ties: the
-// first pair in (moving, staying) order).
+// first pair in (moving, staying) order). With `anyCollision`, the sweep
+// stops at the first collision it finds, not necessarily the earliest.
 SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>& moving,
-                        const std::vector<unsigned>& staying, const Vec3d& direction, SweepScratch& scratch)
+                        const std::vector<unsigned>& staying, const Vec3d& direction, SweepScratch& scratch,
+                        bool anyCollision = false)
 {
     const SweepFrame f = sweepFrame(direction);
     const double tolerance = context.verifier.tolerance();
@@ -643,11 +648,12 @@ SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>
             if (!swept.overlaps(gs.box, tolerance))
                 continue;
             const double threshold = tolerance + context.verifier.initialOverlap(m, s);
-            const double travel =
-                std::min({firstVertexEntry(gm, gs, f.df, limit, threshold, step, grazing),
-                          firstVertexEntry(gs, gm, -f.df, limit, threshold, step, grazing),
-                          firstEdgeCrossing(gm, gs, f, limit, threshold, scratch.segments, scratch.cellStart,
-                                            scratch.cellEntries)});
+            double travel = firstVertexEntry(gm, gs, f.df, limit, threshold, step, grazing, anyCollision);
+            if (!anyCollision || travel == kNoHit)
+                travel = std::min(travel, firstVertexEntry(gs, gm, -f.df, limit, threshold, step, grazing, anyCollision));
+            if (!anyCollision || travel == kNoHit)
+                travel = std::min(travel, firstEdgeCrossing(gm, gs, f, limit, threshold, scratch.segments,
+                                                            scratch.cellStart, scratch.cellEntries));
             if (travel == kNoHit)
                 continue;
             outcome.blockers.push_back({m, s, travel});
@@ -658,6 +664,8 @@ SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>
                 outcome.stayingGroup = s;
                 outcome.travel = travel;
             }
+            if (anyCollision)
+                return outcome;
         }
     }
     return outcome;
@@ -674,13 +682,14 @@ SweepOutcome PlanVerifier::sweep(const std::vector<unsigned>& moving, const std:
 
 std::vector<SweepOutcome> PlanVerifier::sweepAlong(const std::vector<unsigned>& moving,
                                                    const std::vector<unsigned>& staying,
-                                                   const std::vector<Wm4::Vector3<double>>& directions) const
+                                                   const std::vector<Wm4::Vector3<double>>& directions,
+                                                   bool anyCollision) const
 {
     std::vector<SweepOutcome> outcomes(directions.size());
     const SweepContext context{mGeometry, *this};
     std::vector<SweepScratch> scratch(mNoThreads);
     runJobs(unsigned(directions.size()), mNoThreads, [&](unsigned j, unsigned thread) {
-        outcomes[j] = sweepSides(context, moving, staying, directions[j], scratch[thread]);
+        outcomes[j] = sweepSides(context, moving, staying, directions[j], scratch[thread], anyCollision);
     });
     return outcomes;
 }

@@ -63,9 +63,8 @@ TEST(PlanRepair, SplitIntoAnUnseenBlockerIsReplanned)
     }
     EXPECT_EQ(outcome.initiallyFailing, 1u);
     EXPECT_EQ(outcome.repaired, 1u);
-    // The arm is blocked by the gantry lifting (the beam) and along -y (the
-    // post), learnt together as one constraint; +y and -z are clear.
-    EXPECT_EQ(outcome.learntConstraints, 2u);
+    // The first collision of a pair teaches only its own direction.
+    EXPECT_EQ(outcome.learntConstraints, 1u);
     EXPECT_EQ(outcome.rounds, 2u);
     ASSERT_EQ(outcome.verdicts.size(), 1u);
     EXPECT_TRUE(outcome.verdicts[0].sweep.clear);
@@ -74,6 +73,33 @@ TEST(PlanRepair, SplitIntoAnUnseenBlockerIsReplanned)
     EXPECT_NEAR(directions[repaired.splitId].Dot(Vec3d(0, 1, 0)), 1.0, 1e-9);
     EXPECT_EQ(velmora::groupsOfNode(plan.hierarchy(), repaired.secondChild), (std::vector<unsigned>{1, 2}));
     EXPECT_EQ(builder.getNoDistantConstraints(), plan.distantConstraints() + 1);
+}
+
+TEST(PlanRepair, APairCollidingAgainIsLearntAlongEveryDirection)
+{
+    // A taller arm under the beam, and a wall ahead of it along +x that
+    // group 1 passes under (the wall wider than the arm, so that they
+    // truly cross). Group 1 may leave the base along +z, +x or -y:
+    // each drives the arm into the gantry (beam, wall, post). The first
+    // collision teaches its own direction; the second sweeps the pair along
+    // every direction and teaches the two left at once, so the third round
+    // already finds no way out and keeps the pair together.
+    HandPlan plan({boxMesh({-5, -5, -1}, {5, 5, 0}), boxMesh({0, -1, 0}, {2, 1, 2}), boxMesh({-3, -1, 1}, {0, 1, 3}),
+                   boxesMesh({{{-3, -5, 0}, {-2, -4, 3}}, {{-3, -5, 3}, {-2, 1, 4}}, {{3, -2, 2.2f}, {4, 2, 4}}})});
+    plan.addContact(1, 0, {Vec3d(0, 0, 1), Vec3d(1, 0, 0), Vec3d(0, -1, 0)});
+    plan.addContact(2, 1, {});
+    plan.addContact(3, 0, {});
+    plan.plan(1);
+    const velmora::PlanVerifier verifier(plan.groups(), 0.01, 5.0, 1);
+    velmora::RepairOutcome outcome;
+    {
+        velmora_test::StdoutCapture quiet;
+        outcome = velmora::verifyAndRepair(plan.builder(), verifier);
+    }
+    EXPECT_EQ(outcome.learntConstraints, 3u);
+    EXPECT_EQ(outcome.rounds, 4u);
+    EXPECT_EQ(outcome.keptTogether, (std::vector<std::pair<unsigned, unsigned>>{{2, 3}}));
+    EXPECT_TRUE(outcome.verdicts.empty());
 }
 
 TEST(PlanRepair, WithoutAnyWayOutTheCollidingPairIsKeptTogether)
