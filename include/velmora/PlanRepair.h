@@ -1,12 +1,12 @@
 // Verify-and-repair of a disassembly hierarchy: every split is swept by a
 // PlanVerifier; for a split whose moving side runs into the staying side,
-// every colliding pair is swept alone along every direction of the set in
-// both senses, each direction it collides along becomes a hard blocking
-// constraint of the builder, and the node's subtree is planned again, until
-// every split verifies or no new constraint can be learnt. Learning a pair's
-// whole blocked cone at once saves the rounds the search would otherwise
-// spend trying its directions one by one. A split that still fails is
-// handled as verifyAndRepair says.
+// every colliding pair becomes a hard blocking constraint of the builder for
+// the split's direction, and the node's subtree is planned again, until
+// every split verifies or no new constraint can be learnt. A pair that
+// collides a second time is swept alone along every direction of the set in
+// both senses and learnt along each one it collides along at once, which
+// saves the rounds the search would spend trying them one by one. A split
+// that still fails is handled as verifyAndRepair says.
 //
 // The builder's own search is left as it is: the learnt constraints go
 // through its distant-constraint mechanism (pushDistantConstraint, then
