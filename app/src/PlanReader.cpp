@@ -223,6 +223,21 @@ void readDistantConstraints(const json& hierarchy, SavedPlan& plan)
     }
 }
 
+// The `groups` of each entry of the list `key`, when the report has one.
+std::vector<std::pair<unsigned, unsigned>> optionalGroupPairs(const json& report, const char* key, const SavedPlan& plan)
+{
+    std::vector<std::pair<unsigned, unsigned>> pairs;
+    const auto found = report.find(key);
+    if (found == report.end())
+        return pairs;
+    const std::string list = std::string("\"") + key + "\"";
+    for (const json& entry : array(*found, list)) {
+        const std::string where = list + " entry " + std::to_string(pairs.size());
+        pairs.push_back(groupPair(member(entry, "groups", where), plan, where));
+    }
+    return pairs;
+}
+
 void readVerification(const json& report, SavedPlan& plan)
 {
     const auto found = report.find("verification");
@@ -241,6 +256,8 @@ void readVerification(const json& report, SavedPlan& plan)
         if (!flag(member(split, "verified", where), where + "'s \"verified\""))
             verification.unverifiedSplits.push_back(node["id"].get<unsigned>());
     }
+    verification.freedBySweep = optionalGroupPairs(report, "freedBySweep", plan);
+    verification.keptTogether = optionalGroupPairs(report, "keptTogether", plan);
     plan.verification = std::move(verification);
 }
 

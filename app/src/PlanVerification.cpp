@@ -19,11 +19,25 @@ const SplitVerdict* PlanVerification::verdictOf(unsigned node) const
     return it != repair.verdicts.end() && it->node == node ? &*it : nullptr;
 }
 
+std::shared_ptr<const PlanVerifier> makePlanVerifier(const kxMeshGroups& groups, float angleTolerance,
+                                                     unsigned nThreads)
+{
+    return std::make_shared<const PlanVerifier>(groups, 0.0, angleTolerance, nThreads);
+}
+
 PlanVerification verifyHierarchyPlan(kxDisassemblyHierarchyBuilder& builder, unsigned nThreads)
 {
     const kx::kxTimer timer;
-    const auto verifier = std::make_shared<const PlanVerifier>(
-        builder.getMeshGroups(), 0.0, builder.getContactDiagram().getAngleTolerance(), nThreads);
+    PlanVerification result = verifyHierarchyPlan(
+        builder, makePlanVerifier(builder.getMeshGroups(), builder.getContactDiagram().getAngleTolerance(), nThreads));
+    result.milliseconds = timer.getElapsedMs();
+    return result;
+}
+
+PlanVerification verifyHierarchyPlan(kxDisassemblyHierarchyBuilder& builder,
+                                     std::shared_ptr<const PlanVerifier> verifier)
+{
+    const kx::kxTimer timer;
     PlanVerification result;
     result.verifier = verifier;
     result.tolerance = verifier->tolerance();

@@ -8,6 +8,7 @@
 #include "kxSystem.h"
 #include "velmora/PlanningScale.h"
 #include "velmora/SavedPlanReplay.h"
+#include "velmora/SweptContacts.h"
 #include "velmora/ZeroAreaContacts.h"
 
 namespace velmora {
@@ -162,6 +163,23 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
         }
     }
     finishStage("contacts");
+    // Verification sweeps the contacts motion analysis locked before the
+    // direction set is made; its geometry is built once for both uses.
+    std::shared_ptr<const PlanVerifier> verifier;
+    double sweepMs = 0.0;
+    if (options.hierarchy && options.verify) {
+        verifier = makePlanVerifier(*plan->mGroups, options.angleTolerance, plan->mThreads);
+        // A saved plan's contacts were swept when it was made.
+        if (options.freeZeroAreaContacts && !replay) {
+            SweptContacts swept =
+                freeLockedContactsBySweep(*plan->mDiagram, *plan->mGroups, *verifier, options.angleTolerance);
+            if (swept.diagram)
+                plan->mDiagram = std::move(swept.diagram);
+            plan->mSweptFreeContacts = std::move(swept.freed);
+        }
+        sweepMs = timer.getElapsedMs();
+        timer.reset();
+    }
     plan->mDiagram->computeDirectionSet(options.angleTolerance);
     if (replay)
         checkDirectionsFit(*replay, *plan->mDiagram);
@@ -196,13 +214,19 @@ std::unique_ptr<Plan> planAssembly(const Assembly& assembly, const PlanOptions& 
     finishStage("hierarchy");
     if (options.verify) {
         startStage("verification");
-        plan->mVerification = std::make_unique<PlanVerification>(
-            replay && replay->verification ? savedVerification(*plan->mBuilder, *replay, plan->mThreads)
-                                           : verifyHierarchyPlan(*plan->mBuilder, plan->mThreads));
-        if (plan->mVerification->repair.learntConstraints > 0 && !replay)
-            recopyFromRoot(*plan->mBuilder);
+        if (replay && replay->verification) {
+            plan->mVerification =
+                std::make_unique<PlanVerification>(savedVerification(*plan->mBuilder, *replay, verifier));
+        } else {
+            plan->mVerification = std::make_unique<PlanVerification>(verifyHierarchyPlan(*plan->mBuilder, verifier));
+            plan->mVerification->freedLocked = plan->mSweptFreeContacts;
+            if (plan->mVerification->repair.rounds > 1)
+                recopyFromRoot(*plan->mBuilder);
+        }
+        plan->mVerification->milliseconds += sweepMs;
         inWorldLengths(*plan->mVerification, 1.0 / plan->mPlanningScale);
         finishStage("verification");
+        plan->mTimings.back().milliseconds += sweepMs;
     }
     return plan;
 }

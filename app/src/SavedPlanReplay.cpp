@@ -75,13 +75,27 @@ void pushSavedDistantConstraints(kxDisassemblyHierarchyBuilder& builder, const S
     }
 }
 
+// The diagram's contact ids of the group pairs, in their order.
+static std::vector<unsigned> contactsOf(const kxContactDiagram& diagram, const std::vector<std::pair<unsigned, unsigned>>& pairs)
+{
+    std::vector<unsigned> ids;
+    for (const auto& [a, b] : pairs) {
+        for (unsigned e = 0; e < diagram.getNoContacts(); ++e) {
+            const kxContactDiagram::tContactEdge& edge = diagram.getEdgeData(e);
+            if (std::minmax(edge.groupId0, edge.groupId1) == std::minmax(a, b)) {
+                ids.push_back(e);
+                break;
+            }
+        }
+    }
+    return ids;
+}
+
 PlanVerification savedVerification(const kxDisassemblyHierarchyBuilder& builder, const SavedPlan& saved,
-                                   unsigned nThreads)
+                                   std::shared_ptr<const PlanVerifier> verifier)
 {
     const kx::kxTimer timer;
     const kxDisassemblyHierarchy& hierarchy = builder.getHierarchy();
-    const auto verifier = std::make_shared<const PlanVerifier>(
-        builder.getMeshGroups(), 0.0, builder.getContactDiagram().getAngleTolerance(), nThreads);
     PlanVerification result;
     result.verifier = verifier;
     result.tolerance = verifier->tolerance();
@@ -101,6 +115,8 @@ PlanVerification savedVerification(const kxDisassemblyHierarchyBuilder& builder,
     result.interferences = verifier->interferences();
     result.duplicates = verifier->duplicates();
     result.stuck = stuckContacts(builder.getContactDiagram());
+    result.freedLocked = contactsOf(builder.getContactDiagram(), saved.verification->freedBySweep);
+    result.repair.keptTogether = saved.verification->keptTogether;
     result.milliseconds = timer.getElapsedMs();
     return result;
 }

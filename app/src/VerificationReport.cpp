@@ -82,9 +82,19 @@ void addVerificationReport(const Plan& plan, Json& report)
         const kxContactDiagram::tContactEdge& edge = plan.diagram().getEdgeData(e);
         stuck.push_back(pairJson(assembly, edge.groupId0, edge.groupId1));
     }
+    Json freed = Json::array();
+    for (unsigned e : verification->freedLocked) {
+        const kxContactDiagram::tContactEdge& edge = plan.diagram().getEdgeData(e);
+        freed.push_back(pairJson(assembly, edge.groupId0, edge.groupId1));
+    }
     report["interferences"] = interferences;
     report["duplicates"] = duplicates;
     report["stuck"] = stuck;
+    report["freedBySweep"] = freed;
+    Json kept = Json::array();
+    for (const auto& [a, b] : verification->repair.keptTogether)
+        kept.push_back(pairJson(assembly, a, b));
+    report["keptTogether"] = kept;
 }
 
 std::vector<std::string> verificationWarnings(const Plan& plan)
@@ -116,6 +126,23 @@ std::vector<std::string> verificationWarnings(const Plan& plan)
             items.push_back(pairName(assembly, edge.groupId0, edge.groupId1));
         }
         lines.push_back(listLine(items.size(), "pairs of parts touch with no way to separate them", items));
+    }
+    if (!verification->freedLocked.empty()) {
+        std::vector<std::string> items;
+        for (unsigned e : verification->freedLocked) {
+            const kxContactDiagram::tContactEdge& edge = plan.diagram().getEdgeData(e);
+            items.push_back(pairName(assembly, edge.groupId0, edge.groupId1));
+        }
+        lines.push_back(listLine(items.size(),
+                                 "pairs of parts have no removal direction from their contact but come apart when swept",
+                                 items));
+    }
+    if (!verification->repair.keptTogether.empty()) {
+        std::vector<std::string> items;
+        for (const auto& [a, b] : verification->repair.keptTogether)
+            items.push_back(pairName(assembly, a, b));
+        lines.push_back(listLine(items.size(), "pairs of parts stay together: no split separates them without collision",
+                                 items));
     }
     std::vector<std::string> blocked;
     for (const SplitVerdict& v : verification->repair.verdicts)

@@ -93,6 +93,14 @@ public:
     SweepOutcome sweep(const std::vector<unsigned>& moving, const std::vector<unsigned>& staying,
                        const Wm4::Vector3<double>& direction) const;
 
+    // The same sweep along each of `directions`, in that order, the
+    // directions shared out among the workers. With `anyCollision`, each
+    // sweep stops at the first collision it finds: `clear` is the same, the
+    // collision reported is one of them, not necessarily the first.
+    std::vector<SweepOutcome> sweepAlong(const std::vector<unsigned>& moving, const std::vector<unsigned>& staying,
+                                         const std::vector<Wm4::Vector3<double>>& directions,
+                                         bool anyCollision = false) const;
+
     // Every split of `hierarchy`, by node id, its moving side (second child)
     // swept along +directions[splitId] away from its first child.
     std::vector<SplitVerdict> verifyHierarchy(const kxDisassemblyHierarchy& hierarchy,

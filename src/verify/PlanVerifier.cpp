@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 
 #include "kxCommonAddOns.h"
@@ -27,6 +28,22 @@ constexpr double kMinSlidingCosine = 1e-6;
 constexpr int kMaxCrossingsPerRay = 16;
 // Grid cells per axis of the edge-crossing search, at most.
 constexpr unsigned kMaxGridCells = 128;
+
+// Runs work(job, thread) for every job on `noThreads` workers; each job must
+// write only what is its own.
+struct FunctionJob {
+    void operator()(unsigned jobIndex, unsigned threadIndex, void* data) const
+    {
+        (*static_cast<const std::function<void(unsigned, unsigned)>*>(data))(jobIndex, threadIndex);
+    }
+};
+
+void runJobs(unsigned noJobs, unsigned noThreads, const std::function<void(unsigned, unsigned)>& work)
+{
+    kxMiniThreadPool<FunctionJob> pool(FunctionJob{}, noThreads, nullptr);
+    pool.setJobsData(noJobs, const_cast<std::function<void(unsigned, unsigned)>*>(&work));
+    pool.start();
+}
 
 struct Box {
     Vec3d lo{HUGE_VAL, HUGE_VAL, HUGE_VAL};
@@ -405,9 +422,10 @@ struct SweepScratch {
 };
 
 // Earliest travel at which a vertex of `from` (moving along dir) enters
-// `into` deeper than the threshold, rays pruned beyond `limit`.
+// `into` deeper than the threshold, rays pruned beyond `limit`; with
+// `anyEntry`, the travel of the first vertex found to enter, not the earliest.
 double firstVertexEntry(const PlanVerifier::tGroupGeometry& from, const PlanVerifier::tGroupGeometry& into,
-                        const Vec3f& dir, double limit, double threshold, float step, float grazing)
+                        const Vec3f& dir, double limit, double threshold, float step, float grazing, bool anyEntry)
 {
     const Box reach = [&] {
         Box b = into.box;
@@ -419,6 +437,8 @@ double firstVertexEntry(const PlanVerifier::tGroupGeometry& from, const PlanVeri
         if (!reach.contains(toDouble(p), threshold))
             continue;
         best = std::min(best, firstDeepEntry(into, p, dir, std::min(limit, best), threshold, step, grazing));
+        if (anyEntry && best != kNoHit)
+            break;
     }
     return best;
 }
@@ -430,16 +450,17 @@ PlanVerifier::PlanVerifier(const kxMeshGroups& groups, double tolerance, double 
       mSlidingCosine(std::max(kMinSlidingCosine, std::sin(slidingAngle * M_PI / 180.0))),
       mNoThreads(std::max(1u, nThreads))
 {
-    double largestSide = 0.0;
-    for (unsigned g = 0; g < groups.getNoGroups(); ++g) {
+    mGeometry.resize(groups.getNoGroups());
+    runJobs(groups.getNoGroups(), mNoThreads, [&](unsigned g, unsigned) {
         std::vector<const kx::kxTriMesh*> meshes;
         for (unsigned k = 0; k < groups.getGroupSize(g); ++k)
             meshes.push_back(groups.getMeshFromGroup(g, k));
-        mGeometry.push_back(worldGeometry(meshes));
-        const Box& box = mGeometry.back()->box;
+        mGeometry[g] = worldGeometry(meshes);
+    });
+    double largestSide = 0.0;
+    for (const auto& geometry : mGeometry)
         for (int a = 0; a < 3; ++a)
-            largestSide = std::max(largestSide, box.hi[a] - box.lo[a]);
-    }
+            largestSide = std::max(largestSide, geometry->box.hi[a] - geometry->box.lo[a]);
     if (mTolerance <= 0.0)
         mTolerance = kDefaultToleranceShare * largestSide;
     findInterferences();
@@ -559,19 +580,26 @@ double smallestSide(const Box& box)
 // other's surface): their overlap is the smaller side of their bounds.
 void PlanVerifier::findInterferences()
 {
+    std::vector<std::pair<unsigned, unsigned>> pairs;
     for (unsigned a = 0; a < mGeometry.size(); ++a)
-        for (unsigned b = a + 1; b < mGeometry.size(); ++b) {
-            if (!mGeometry[a]->box.overlaps(mGeometry[b]->box, -mTolerance))
-                continue;
-            if (coincide(*mGeometry[a], *mGeometry[b], mTolerance)) {
-                mDuplicates.emplace_back(a, b);
-                mInterferences.push_back({a, b, smallestSide(mGeometry[a]->box)});
-                continue;
-            }
-            const double depth = overlapDepth(a, b, Vec3d(0, 0, 0));
-            if (depth > mTolerance)
-                mInterferences.push_back({a, b, depth});
+        for (unsigned b = a + 1; b < mGeometry.size(); ++b)
+            if (mGeometry[a]->box.overlaps(mGeometry[b]->box, -mTolerance))
+                pairs.emplace_back(a, b);
+    // Per pair: -1 for a duplicate, else its overlap depth.
+    std::vector<double> depths(pairs.size());
+    runJobs(unsigned(pairs.size()), mNoThreads, [&](unsigned j, unsigned) {
+        const auto [a, b] = pairs[j];
+        depths[j] = coincide(*mGeometry[a], *mGeometry[b], mTolerance) ? -1.0 : overlapDepth(a, b, Vec3d(0, 0, 0));
+    });
+    for (size_t j = 0; j < pairs.size(); ++j) {
+        const auto [a, b] = pairs[j];
+        if (depths[j] < 0.0) {
+            mDuplicates.emplace_back(a, b);
+            mInterferences.push_back({a, b, smallestSide(mGeometry[a]->box)});
+        } else if (depths[j] > mTolerance) {
+            mInterferences.push_back({a, b, depths[j]});
         }
+    }
 }
 
 double PlanVerifier::initialOverlap(unsigned a, unsigned b) const
@@ -592,9 +620,11 @@ struct SweepContext {
 
 // Sweeps one side away from the other pair by pair: every colliding pair is
 // listed with its first collision, and the earliest collision wins (ties: the
-// first pair in (moving, staying) order).
+// first pair in (moving, staying) order). With `anyCollision`, the sweep
+// stops at the first collision it finds, not necessarily the earliest.
 SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>& moving,
-                        const std::vector<unsigned>& staying, const Vec3d& direction, SweepScratch& scratch)
+                        const std::vector<unsigned>& staying, const Vec3d& direction, SweepScratch& scratch,
+                        bool anyCollision = false)
 {
     const SweepFrame f = sweepFrame(direction);
     const double tolerance = context.verifier.tolerance();
@@ -618,11 +648,12 @@ SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>
             if (!swept.overlaps(gs.box, tolerance))
                 continue;
             const double threshold = tolerance + context.verifier.initialOverlap(m, s);
-            const double travel =
-                std::min({firstVertexEntry(gm, gs, f.df, limit, threshold, step, grazing),
-                          firstVertexEntry(gs, gm, -f.df, limit, threshold, step, grazing),
-                          firstEdgeCrossing(gm, gs, f, limit, threshold, scratch.segments, scratch.cellStart,
-                                            scratch.cellEntries)});
+            double travel = firstVertexEntry(gm, gs, f.df, limit, threshold, step, grazing, anyCollision);
+            if (!anyCollision || travel == kNoHit)
+                travel = std::min(travel, firstVertexEntry(gs, gm, -f.df, limit, threshold, step, grazing, anyCollision));
+            if (!anyCollision || travel == kNoHit)
+                travel = std::min(travel, firstEdgeCrossing(gm, gs, f, limit, threshold, scratch.segments,
+                                                            scratch.cellStart, scratch.cellEntries));
             if (travel == kNoHit)
                 continue;
             outcome.blockers.push_back({m, s, travel});
@@ -633,40 +664,34 @@ SweepOutcome sweepSides(const SweepContext& context, const std::vector<unsigned>
                 outcome.stayingGroup = s;
                 outcome.travel = travel;
             }
+            if (anyCollision)
+                return outcome;
         }
     }
     return outcome;
 }
 
-struct VerifyJobs {
-    const SweepContext* context;
-    const kxDisassemblyHierarchy* hierarchy;
-    const std::vector<Wm4::Vector3<double>>* directions;
-    std::vector<SplitVerdict>* verdicts;
-    std::vector<SweepScratch>* scratch;
-};
-
-
 }  // namespace
-
-// Job j verifies split j of the list on the calling worker's scratch.
-struct SplitSweepJob {
-    void operator()(unsigned jobIndex, unsigned threadIndex, void* data) const
-    {
-        const VerifyJobs& jobs = *static_cast<const VerifyJobs*>(data);
-        SplitVerdict& verdict = (*jobs.verdicts)[jobIndex];
-        const kxDisassemblyHierarchy::tTreeNode& node = jobs.hierarchy->getNode(verdict.node);
-        verdict.sweep = sweepSides(*jobs.context, groupsOfNode(*jobs.hierarchy, node.secondChild),
-                                   groupsOfNode(*jobs.hierarchy, node.firstChild), (*jobs.directions)[node.splitId],
-                                   (*jobs.scratch)[threadIndex]);
-    }
-};
 
 SweepOutcome PlanVerifier::sweep(const std::vector<unsigned>& moving, const std::vector<unsigned>& staying,
                                  const Vec3d& direction) const
 {
     SweepScratch scratch;
     return sweepSides(SweepContext{mGeometry, *this}, moving, staying, direction, scratch);
+}
+
+std::vector<SweepOutcome> PlanVerifier::sweepAlong(const std::vector<unsigned>& moving,
+                                                   const std::vector<unsigned>& staying,
+                                                   const std::vector<Wm4::Vector3<double>>& directions,
+                                                   bool anyCollision) const
+{
+    std::vector<SweepOutcome> outcomes(directions.size());
+    const SweepContext context{mGeometry, *this};
+    std::vector<SweepScratch> scratch(mNoThreads);
+    runJobs(unsigned(directions.size()), mNoThreads, [&](unsigned j, unsigned thread) {
+        outcomes[j] = sweepSides(context, moving, staying, directions[j], scratch[thread], anyCollision);
+    });
+    return outcomes;
 }
 
 std::vector<SplitVerdict> PlanVerifier::verifyHierarchy(const kxDisassemblyHierarchy& hierarchy,
@@ -690,10 +715,12 @@ std::vector<SplitVerdict> PlanVerifier::verifySplits(const kxDisassemblyHierarch
         verdicts.push_back(SplitVerdict{id, hierarchy.getNode(id).splitId, {}});
     const SweepContext context{mGeometry, *this};
     std::vector<SweepScratch> scratch(mNoThreads);
-    VerifyJobs jobs{&context, &hierarchy, &directions, &verdicts, &scratch};
-    kxMiniThreadPool<SplitSweepJob> pool(SplitSweepJob{}, mNoThreads, nullptr);
-    pool.setJobsData(unsigned(verdicts.size()), &jobs);
-    pool.start();
+    runJobs(unsigned(verdicts.size()), mNoThreads, [&](unsigned j, unsigned thread) {
+        const kxDisassemblyHierarchy::tTreeNode& node = hierarchy.getNode(verdicts[j].node);
+        verdicts[j].sweep = sweepSides(context, groupsOfNode(hierarchy, node.secondChild),
+                                       groupsOfNode(hierarchy, node.firstChild), directions[node.splitId],
+                                       scratch[thread]);
+    });
     return verdicts;
 }
 

@@ -15,11 +15,13 @@ namespace {
 namespace fs = std::filesystem;
 using json = nlohmann::json;
 
-// An OBJ object `name`: the box [lo, hi], its vertices numbered from `first`.
+// An OBJ object `name`: the box [lo, hi], its vertices numbered from `first`;
+// with no name, one more box of the object before it.
 std::string objBox(const std::string& name, const float lo[3], const float hi[3], unsigned first)
 {
     std::ostringstream obj;
-    obj << "o " << name << "\n";
+    if (!name.empty())
+        obj << "o " << name << "\n";
     for (unsigned c = 0; c < 8; ++c)
         obj << "v " << ((c & 1) ? hi[0] : lo[0]) << " " << ((c & 2) ? hi[1] : lo[1]) << " "
             << ((c & 4) ? hi[2] : lo[2]) << "\n";
@@ -84,13 +86,46 @@ TEST_F(CliVerifyTest, NoVerifyLeavesReportAndTerminalAsBefore)
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err.find("warning"), std::string::npos) << run.err;
     const json plan = json::parse(std::ifstream(report));
-    for (const char* key : {"verification", "interferences", "duplicates", "stuck"})
+    for (const char* key : {"verification", "interferences", "duplicates", "stuck", "freedBySweep", "keptTogether"})
         EXPECT_FALSE(plan.contains(key)) << key;
     for (const json& node : plan["hierarchy"]["nodes"]) {
         if (node["split"].is_null())
             continue;
         EXPECT_FALSE(node["split"].contains("verified"));
     }
+}
+
+TEST_F(CliVerifyTest, ABlockShutInACaseStaysWithIt)
+{
+    // Six walls around a cavity; the block rests on the floor and may only
+    // lift off it, into the ceiling.
+    const float walls[6][2][3] = {{{-1, -1, -1}, {3, 3, 0}}, {{-1, -1, 2}, {3, 3, 3}}, {{-1, -1, 0}, {0, 3, 2}},
+                                  {{2, -1, 0}, {3, 3, 2}},   {{0, -1, 0}, {2, 0, 2}},  {{0, 2, 0}, {2, 3, 2}}};
+    const float lo[3] = {0.5f, 0.5f, 0}, hi[3] = {1.5f, 1.5f, 1};
+    const auto input = (dir / "captive.obj").string();
+    {
+        std::ofstream obj(input);
+        obj << "o case\n";
+        for (unsigned w = 0; w < 6; ++w)
+            obj << objBox("", walls[w][0], walls[w][1], 1 + 8 * w);
+        obj << objBox("block", lo, hi, 49);
+    }
+    const auto report = (dir / "plan.json").string();
+    const cli_test::CliRun run = cli_test::run({"plan", input, "--threads", "1", "-o", report});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("velmora: warning: 1 pairs of parts stay together: no split separates them without "
+                           "collision: case/block\n"),
+              std::string::npos)
+        << run.err;
+    const json plan = json::parse(std::ifstream(report));
+    EXPECT_EQ(plan["keptTogether"], json::parse(R"([{"groups": [0, 1], "names": ["case", "block"]}])"));
+    EXPECT_EQ(plan["verification"]["splits"], 0);
+    EXPECT_EQ(plan["hierarchy"]["nodes"].size(), 1u);
+
+    // Without verification the library's split lifts the block through the ceiling.
+    const cli_test::CliRun unverified = cli_test::run({"plan", input, "--threads", "1", "--no-verify", "-o", report});
+    ASSERT_EQ(unverified.status, 0) << unverified.err;
+    EXPECT_EQ(json::parse(std::ifstream(report))["hierarchy"]["nodes"].size(), 3u);
 }
 
 }  // namespace

@@ -70,13 +70,15 @@ public:
         mDiagram.pushContactEdge(a, b, directions.empty() ? nullptr : directions.data(), unsigned(directions.size()),
                                  Vec3f(1, 1, 1));
     }
-    void plan(unsigned threads)
+    // With `clustering` (borrowed) given to the builder.
+    void plan(unsigned threads, kxGroupsClustering* clustering = nullptr)
     {
         velmora_test::StdoutCapture quiet;
         mDiagram.computeDirectionSet(5.0f);
         mBuilder = std::make_unique<kxDisassemblyHierarchyBuilder>(mHierarchy, mDiagram, threads);
         kxDistantContacts(*mBuilder).computeDistantContacts(threads, nullptr);
         mDistantConstraints = mBuilder->getNoDistantConstraints();
+        mBuilder->setGroupsClustering(clustering);
         mBuilder->initSolver();
         mBuilder->computeGroupsHierarchy(0, nullptr);
     }

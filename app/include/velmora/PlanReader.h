@@ -57,6 +57,10 @@ struct SavedPlan {
         unsigned learntConstraints = 0;
         unsigned rounds = 0;
         std::vector<unsigned> unverifiedSplits;  // node ids whose split is not verified
+        // Group pairs: contacts a sweep freed, pairs kept together (absent
+        // from older reports: empty).
+        std::vector<std::pair<unsigned, unsigned>> freedBySweep;
+        std::vector<std::pair<unsigned, unsigned>> keptTogether;
     };
     std::vector<SavedContact> contacts;
     // Absent in reports written before the constraints were saved: such a

@@ -19,6 +19,9 @@ struct PlanVerification {
     std::vector<Interference> interferences;
     std::vector<std::pair<unsigned, unsigned>> duplicates;  // group pairs
     std::vector<unsigned> stuck;                            // contact ids of the diagram
+    // Contacts motion analysis found no direction for that a sweep freed
+    // (contact ids of the diagram): their pairs do come apart.
+    std::vector<unsigned> freedLocked;
     double tolerance = 0.0;
     double milliseconds = 0.0;
     // The sweeps' geometry, kept for checking poses of the plan (the
@@ -33,5 +36,13 @@ struct PlanVerification {
 // Verifies and repairs the builder's hierarchy (built, with initSolver done)
 // on `nThreads` workers and collects the assembly's defects.
 PlanVerification verifyHierarchyPlan(kxDisassemblyHierarchyBuilder& builder, unsigned nThreads);
+// The same with the sweeps' geometry built beforehand by makePlanVerifier.
+PlanVerification verifyHierarchyPlan(kxDisassemblyHierarchyBuilder& builder,
+                                     std::shared_ptr<const PlanVerifier> verifier);
+
+// The verifier a plan uses: the contact tolerance, the angle tolerance as
+// the sliding angle, `nThreads` workers.
+std::shared_ptr<const PlanVerifier> makePlanVerifier(const kxMeshGroups& groups, float angleTolerance,
+                                                     unsigned nThreads);
 
 }  // namespace velmora

@@ -57,10 +57,14 @@ struct PlanOptions {
     // not depend on the input's unit; off: the world coordinates as they are.
     bool normaliseScale = true;
     // Give contacts that touch only along an edge or at a corner the
-    // directions their faces leave free; off: they lock their pair.
+    // directions their faces leave free, and, with verify, the other
+    // contacts without a direction those a sweep finds clear; off: they lock
+    // their pair.
     bool freeZeroAreaContacts = true;
     // With the hierarchy: sweep every split, re-plan the ones that collide
-    // and find interfering, duplicate and stuck parts.
+    // and find interfering, duplicate and stuck parts; contacts with no
+    // removal direction are swept first and freed where the pair comes
+    // apart (see SweptContacts.h).
     bool verify = false;
     // With the hierarchy: a saved tree whose splits are taken instead of
     // searched for (not owned; may be null). InputError when it does not fit.
@@ -128,6 +132,7 @@ private:
     bool mFreeZeroAreaContacts = false;
     std::vector<bool> mZeroAreaContacts;  // per diagram edge; empty when none was freed
     std::unique_ptr<PlanVerification> mVerification;
+    std::vector<unsigned> mSweptFreeContacts;  // diagram edges freed by sweeping
 };
 
 

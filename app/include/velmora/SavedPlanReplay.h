@@ -42,7 +42,7 @@ void pushSavedDistantConstraints(kxDisassemblyHierarchyBuilder& builder, const S
 // verifier that later checks the exploded pose. Lengths stay in the planning
 // frame. Requires saved.verification.
 PlanVerification savedVerification(const kxDisassemblyHierarchyBuilder& builder, const SavedPlan& saved,
-                                   unsigned nThreads);
+                                   std::shared_ptr<const PlanVerifier> verifier);
 
 // The builder's blocking constraints in the order they were pushed, as the
 // report's `hierarchy.distant` holds them.
