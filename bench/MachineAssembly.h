@@ -86,6 +86,22 @@ public:
         return std::move(b.mAssembly);
     }
 
+    // An x × y × z grid of touching unit cubes, one part each: every part
+    // touches up to six others face to face and blocks whole rows of parts
+    // it does not touch.
+    static velmora::Assembly cubeGrid(unsigned x, unsigned y, unsigned z)
+    {
+        MachineAssemblyBuilder b;
+        for (unsigned k = 0; k < z; ++k)
+            for (unsigned j = 0; j < y; ++j)
+                for (unsigned i = 0; i < x; ++i) {
+                    const Vec3f lo{float(i), float(j), float(k)};
+                    b.add("cube", velmora::shapes::box(lo, lo + Vec3f(1.0f, 1.0f, 1.0f)));
+                }
+        velmora::assignGroups(b.mAssembly, velmora::GroupBy::Mesh);
+        return std::move(b.mAssembly);
+    }
+
 private:
     static constexpr unsigned kMeanPartsPerCell = 6;
     static constexpr float kCell = 100.0f;

@@ -1,6 +1,7 @@
 // The whole plan (contacts, distant contacts, hierarchy) on generated machine
-// assemblies of 50 to 1,600 parts and on the dense one of millions of
-// triangles, on two threads. Each stage's wall milliseconds are reported as
+// assemblies of 50 to 1,600 parts, on the dense one of millions of
+// triangles and on grids of touching unit cubes (5×5×4, 20×10×10), on two
+// threads. Each stage's wall milliseconds are reported as
 // counters next to the total, and its processor milliseconds (all threads) as
 // "<stage> cpuMs": on a busy machine the latter are the figures to compare.
 // The assembly is built outside the timing.
@@ -67,6 +68,14 @@ void Plan(benchmark::State& state)
     planAndCount(state, velmora_bench::MachineAssemblyBuilder::grid(unsigned(state.range(0))));
 }
 
+// A grid of touching unit cubes, range(0) × range(1) × range(2).
+void PlanCubeGrid(benchmark::State& state)
+{
+    planAndCount(state, velmora_bench::MachineAssemblyBuilder::cubeGrid(unsigned(state.range(0)),
+                                                                         unsigned(state.range(1)),
+                                                                         unsigned(state.range(2))));
+}
+
 void PlanDense(benchmark::State& state)
 {
     planAndCount(state, velmora_bench::MachineAssemblyBuilder::dense(5, 768, 100));
@@ -77,5 +86,6 @@ void PlanDense(benchmark::State& state)
 BENCHMARK(Plan)->Arg(50)->Arg(100)->Arg(200)->Arg(400)->Arg(800)->Arg(1600)->Iterations(1)->Unit(
     benchmark::kMillisecond);
 BENCHMARK(PlanDense)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(PlanCubeGrid)->Args({5, 5, 4})->Args({20, 10, 10})->Iterations(1)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -3,6 +3,7 @@
 //
 //   generate_assembly PARTS FOLDER [--stl]     a grid of modules, PARTS parts
 //   generate_assembly dense FOLDER [--stl]     7 parts, about 3.5 million triangles
+//   generate_assembly cubes:XxYxZ FOLDER [--stl]  a grid of touching unit cubes
 //
 // Files are Wavefront OBJ, or binary STL with --stl. The folder must not exist
 // yet or be empty: nothing already there is ever replaced.
@@ -66,7 +67,7 @@ void writeStl(const velmora::Part& part, std::ofstream& out)
 
 int usage()
 {
-    std::cerr << "usage: generate_assembly PARTS|dense FOLDER [--stl]\n";
+    std::cerr << "usage: generate_assembly PARTS|dense|cubes:XxYxZ FOLDER [--stl]\n";
     return 2;
 }
 
@@ -85,8 +86,13 @@ int main(int argc, char** argv)
         return 2;
     }
     velmora::Assembly assembly;
+    unsigned x = 0, y = 0, z = 0;
     if (size == "dense") {
         assembly = velmora_bench::MachineAssemblyBuilder::dense(5, 768, 100);
+    } else if (std::sscanf(size.c_str(), "cubes:%ux%ux%u", &x, &y, &z) == 3) {
+        if (x == 0 || y == 0 || z == 0 || x * y * z > 100000)
+            return usage();
+        assembly = velmora_bench::MachineAssemblyBuilder::cubeGrid(x, y, z);
     } else {
         const unsigned long parts = std::strtoul(size.c_str(), nullptr, 10);
         if (parts == 0 || parts > 100000)

@@ -21,8 +21,10 @@
 #pragma once
 
 #include "kx2SATState.h"
+#include "velmora/ColumnSelectionIndex.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 class kxGroupsClustering;
@@ -175,6 +177,13 @@ public:
     const kx2SATState& getBestSolution() const { return *mBestSolution; }
     // Search nodes (iterateSolve calls) of the last solve.
     uint64_t getNoVisitedNodes() const { return mNoVisitedNodes; }
+    // How the search finds the column to branch on: from an index kept up to
+    // date by covering and uncovering (the default), or by walking the header
+    // ring at every step. Both choose the same column, so the search, its
+    // result and its visited nodes are the same; the index only saves the
+    // walks.
+    void setIndexedColumnSelection(bool indexed) { mIndexedSelection = indexed; }
+    bool getIndexedColumnSelection() const { return mIndexedSelection; }
 
 private:
     // Unit tests inspect the internal structures through this class.
@@ -193,7 +202,22 @@ private:
 
     uint64_t iterateSolve(unsigned depth, uint64_t cost, unsigned noTrue, unsigned noFalse);
     uint64_t tryElement(unsigned element, unsigned depth, uint64_t childCost, unsigned noTrue, unsigned noFalse);
-    unsigned selectColumn() const;
+    unsigned selectColumn();
+    unsigned selectColumnByRingWalk() const;
+    unsigned selectColumnFromIndex();
+    // Key pair of a hard primary column with two elements (smaller wins).
+    std::pair<uint64_t, uint64_t> selectionKeys(const kxDLXNode& headerNode) const;
+    // Ranks the columns of the header ring in the selection index and tracks them.
+    void startSelectionIndex();
+    // Tracks a column whose header is back in the ring.
+    void trackColumn(unsigned column);
+    // Marks a tracked column short or open after it lost or regained an
+    // element (nothing when the index is off).
+    void noteElementChange(unsigned column);
+    // Notes that the cost of the literal of `element` changed: the keys of
+    // the tracked columns in its ring are stale until rekeyStaleColumns.
+    void markKeysStale(unsigned element);
+    void rekeyStaleColumns();
     void coverColumn(unsigned column);
     void uncoverColumn(unsigned column);
     void removeRedundantConstraints();
@@ -253,4 +277,9 @@ private:
     unsigned mPenaltyShift;
     unsigned mNoClusterColumns;
     uint64_t mNoVisitedNodes;
+    velmora::ColumnSelectionIndex mSelection;
+    std::vector<unsigned> mStaleLiteralNode; // per literal: a node of its ring to walk, kNone when keys are current
+    std::vector<uint32_t> mStaleLiterals;
+    unsigned mNoStaleLiterals;
+    bool mIndexedSelection;
 };

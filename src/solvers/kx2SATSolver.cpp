@@ -27,7 +27,9 @@ kx2SATSolver::kx2SATSolver(unsigned noVars, unsigned noConstraints)
       mMergeBuffer(noVars + 2 * noConstraints), mBestSolution(noVars), mCurrentAssignment(noVars),
       mTouchedVars(noVars), mClusterGroups(noVars), mBestCost(kNoCost), mNoVars(noVars),
       mNoConstraints(noConstraints), mMaxColumns(2 * (noVars + noConstraints) - 1),
-      mPenaltyShift(penaltyShift(noVars)), mNoClusterColumns(0), mNoVisitedNodes(0)
+      mPenaltyShift(penaltyShift(noVars)), mNoClusterColumns(0), mNoVisitedNodes(0),
+      mSelection(2 * (noVars + noConstraints) - 1), mStaleLiteralNode(2 * noVars, kNone), mStaleLiterals(2 * noVars, 0),
+      mNoStaleLiterals(0), mIndexedSelection(true)
 {
     mNodes.reserve(3 * mMaxColumns + 1);
     mNodes.emplace_back(eDLXRowHeader);
@@ -340,6 +342,8 @@ void kx2SATSolver::solve()
     mBestSolution->clear(false);
     removeRedundantConstraints();
     removeUnselectableColumns();
+    if (mIndexedSelection)
+        startSelectionIndex();
     mBestCost = kNoCost;
     mNoVisitedNodes = 0;
     iterateSolve(0, 0, 0, 0);
@@ -436,7 +440,89 @@ void kx2SATSolver::pushBackRedundantConstraints()
     }
 }
 
-unsigned kx2SATSolver::selectColumn() const
+void kx2SATSolver::startSelectionIndex()
+{
+    mSelection.reset();
+    while (mNoStaleLiterals > 0)
+        mStaleLiteralNode[mStaleLiterals[--mNoStaleLiterals]] = kNone;
+    for (unsigned h = mNodes[kRootNode].right; h != kRootNode; h = mNodes[h].right)
+    {
+        mSelection.rank(getColumnIdFromNodeId(h));
+        trackColumn(getColumnIdFromNodeId(h));
+    }
+}
+
+void kx2SATSolver::trackColumn(unsigned column)
+{
+    const auto [firstKey, secondKey] = selectionKeys(header(column));
+    mSelection.track(column, firstKey, secondKey);
+    mSelection.setShort(column, header(column).up == header(column).down);
+}
+
+void kx2SATSolver::noteElementChange(unsigned column)
+{
+    if (mIndexedSelection && mSelection.isTracked(column))
+        mSelection.setShort(column, header(column).up == header(column).down);
+}
+
+void kx2SATSolver::markKeysStale(unsigned element)
+{
+    const uint32_t literal = mNodes[element].getRow0();
+    if (!mIndexedSelection || mStaleLiteralNode[literal] != kNone)
+        return;
+    mStaleLiteralNode[literal] = element;
+    mStaleLiterals[mNoStaleLiterals++] = literal;
+}
+
+void kx2SATSolver::rekeyStaleColumns()
+{
+    while (mNoStaleLiterals > 0)
+    {
+        const uint32_t literal = mStaleLiterals[--mNoStaleLiterals];
+        const unsigned element = mStaleLiteralNode[literal];
+        mStaleLiteralNode[literal] = kNone;
+        unsigned j = element;
+        do
+        {
+            const unsigned column = mNodes[j].getRow1();
+            if (mSelection.isTracked(column))
+            {
+                const auto [firstKey, secondKey] = selectionKeys(header(column));
+                mSelection.rekey(column, firstKey, secondKey);
+            }
+            j = mNodes[j].right;
+        } while (j != element);
+    }
+}
+
+// A column's keys come from the costs of its two literals; the header holds
+// them in the order of its elements, so for a column with both elements left
+// they are the literals of its down and up neighbours.
+std::pair<uint64_t, uint64_t> kx2SATSolver::selectionKeys(const kxDLXNode& headerNode) const
+{
+    const uint64_t cost0 = mLiteralCost[headerNode.getRow0()];
+    const uint64_t cost1 = mLiteralCost[headerNode.getRow1()];
+    return {((~std::min(cost0, cost1)) >> 3) | kSelectableKeyBit, ~std::max(cost0, cost1)};
+}
+
+unsigned kx2SATSolver::selectColumn()
+{
+    return mIndexedSelection ? selectColumnFromIndex() : selectColumnByRingWalk();
+}
+
+unsigned kx2SATSolver::selectColumnFromIndex()
+{
+    const unsigned shortColumn = mSelection.firstShortColumn();
+    if (shortColumn != velmora::ColumnSelectionIndex::kNoColumn)
+        return header(shortColumn).up == getNodeIdFromColumnId(shortColumn) ? kNone : shortColumn;
+    // Keys matter only now: the literals whose costs changed since the last
+    // such choice re-key their columns once each.
+    rekeyStaleColumns();
+    const unsigned open = mSelection.bestOpenColumn();
+    return open == velmora::ColumnSelectionIndex::kNoColumn ? kAllCovered : open;
+}
+
+unsigned kx2SATSolver::selectColumnByRingWalk() const
 {
     unsigned best = kAllCovered;
     uint64_t bestFirstKey = 0;
@@ -450,10 +536,7 @@ unsigned kx2SATSolver::selectColumn() const
             return kNone;
         if (node.up == node.down)
             return getColumnIdFromNodeId(h);
-        const uint64_t cost0 = mLiteralCost[mNodes[node.down].getRow0()];
-        const uint64_t cost1 = mLiteralCost[mNodes[node.up].getRow0()];
-        const uint64_t firstKey = ((~std::min(cost0, cost1)) >> 3) | kSelectableKeyBit;
-        const uint64_t secondKey = ~std::max(cost0, cost1);
+        const auto [firstKey, secondKey] = selectionKeys(node);
         if (best == kAllCovered || firstKey < bestFirstKey || (firstKey == bestFirstKey && secondKey < bestSecondKey))
         {
             best = getColumnIdFromNodeId(h);
@@ -471,11 +554,18 @@ void kx2SATSolver::coverColumn(unsigned column)
     if (node.isActive())
     {
         if (node.isSelectable())
+        {
             unlinkFromRow(h);
+            if (mIndexedSelection)
+                mSelection.untrack(column);
+        }
         for (unsigned i = node.down; i != h; i = mNodes[i].down)
         {
             for (unsigned j = mNodes[i].right; j != i; j = mNodes[j].right)
+            {
                 unlinkFromColumn(j);
+                noteElementChange(mNodes[j].getRow1());
+            }
         }
         return;
     }
@@ -492,6 +582,7 @@ void kx2SATSolver::coverColumn(unsigned column)
     {
         mLiteralCost[literal] += uint64_t(mPenalty[column]) << mPenaltyShift;
     }
+    markKeysStale(node.down);
 }
 
 void kx2SATSolver::uncoverColumn(unsigned column)
@@ -503,10 +594,17 @@ void kx2SATSolver::uncoverColumn(unsigned column)
         for (unsigned i = node.up; i != h; i = mNodes[i].up)
         {
             for (unsigned j = mNodes[i].left; j != i; j = mNodes[j].left)
+            {
                 relinkInColumn(j);
+                noteElementChange(mNodes[j].getRow1());
+            }
         }
         if (node.isSelectable())
+        {
             relinkInRow(h);
+            if (mIndexedSelection)
+                trackColumn(column);
+        }
         return;
     }
     if (node.down == h)
@@ -516,6 +614,7 @@ void kx2SATSolver::uncoverColumn(unsigned column)
         mLiteralCost[literal] = withHighWord(mLiteralCost[literal], mHighWordStack[--mNoHighWords]);
     else
         mLiteralCost[literal] -= uint64_t(mPenalty[column]) << mPenaltyShift;
+    markKeysStale(node.down);
 }
 
 uint64_t kx2SATSolver::iterateSolve(unsigned depth, uint64_t cost, unsigned noTrue, unsigned noFalse)

@@ -299,3 +299,59 @@ TEST(kx2SATSolver, SearchOnlyOverSelectableColumnsVisitsTheSameNodes)
     }
     EXPECT_GT(noInertConstraints, 1000u);
 }
+
+// The selection index must steer the search exactly as the header-ring walk
+// does: same cost, same assignment, same number of search nodes, the matrix
+// left as found. Systems with clusters, every kind of column, and a few
+// reconfigurations between searches, as the hierarchy builder does per
+// direction.
+TEST(kx2SATSolver, IndexedColumnSelectionSearchesLikeTheRingWalk)
+{
+    for (unsigned seed = 0; seed < 150; ++seed)
+    {
+        std::mt19937 rng(seed);
+        const unsigned noVars = 8 + solver_test::pick(rng, 40);
+        std::vector<solver_test::Constraint> constraints =
+            solver_test::randomConstraints(rng, noVars, noVars + solver_test::pick(rng, 2 * noVars));
+        kxGroupsClustering clustering(noVars);
+        kx2SATState groups(noVars);
+        for (const solver_test::DeclaredCluster& cluster : solver_test::randomClusters(rng, noVars))
+        {
+            groups.clear(false);
+            for (const unsigned g : cluster.groups)
+                groups.setTrue(g);
+            clustering.pushCluster(groups, cluster.disassemblable);
+        }
+        kx2SATSolver solver(noVars, unsigned(constraints.size()));
+        for (unsigned id = 0; id < constraints.size(); ++id)
+            solver.addNewConstraint(id, constraints[id].groupA, constraints[id].groupB, true);
+        solver.reorderColumns(solver.getGlobalSystemRoot());
+        solver.bakeSystem(solver.getGlobalSystemRoot(), seed % 2 == 0 ? &clustering : nullptr, seed % 4 == 0);
+        for (unsigned round = 0; round < 3; ++round)
+        {
+            for (unsigned id = 0; id < constraints.size(); ++id)
+            {
+                const solver_test::Constraint& c = constraints[id];
+                if (c.hard)
+                    solver.desactivateConstraint(id, false, false, 0, 0, false);
+                else
+                    solver.desactivateConstraint(id, c.soft0, c.soft1, c.penalty0, c.penalty1, c.maxType);
+                solver_test::randomizeConfiguration(rng, constraints[id]);
+            }
+            const std::string context = "seed " + std::to_string(seed) + " round " + std::to_string(round);
+            const Access::Snapshot before = Access::snapshot(solver);
+            solver.setIndexedColumnSelection(false);
+            solver.solve();
+            const uint64_t walkedCost = solver.getBestCost();
+            const uint64_t walkedAssignment = solver_test::maskOf(solver.getBestSolution());
+            const uint64_t walkedNodes = Access::visitedNodes(solver);
+
+            solver.setIndexedColumnSelection(true);
+            solver.solve();
+            EXPECT_EQ(solver.getBestCost(), walkedCost) << context;
+            EXPECT_EQ(solver_test::maskOf(solver.getBestSolution()), walkedAssignment) << context;
+            EXPECT_EQ(Access::visitedNodes(solver), walkedNodes) << context;
+            EXPECT_TRUE(Access::snapshot(solver) == before) << context << ": the matrix changed";
+        }
+    }
+}

@@ -56,6 +56,8 @@ public:
     // selects were taken out.
     static void solveWalkingAllColumns(kx2SATSolver& solver)
     {
+        const bool indexed = solver.getIndexedColumnSelection();
+        solver.setIndexedColumnSelection(false);
         solver.mCurrentAssignment->clear(false);
         solver.mBestSolution->clear(false);
         solver.removeRedundantConstraints();
@@ -63,6 +65,7 @@ public:
         solver.mNoVisitedNodes = 0;
         solver.iterateSolve(0, 0, 0, 0);
         solver.pushBackRedundantConstraints();
+        solver.setIndexedColumnSelection(indexed);
     }
     static unsigned constraintFirstColumn(const kx2SATSolver& solver, unsigned c)
     {
