@@ -420,9 +420,11 @@ kx::kxPointer<kx::kxVertexBuffer> matchSamples(const PatchSamples& samples, cons
                                                 const std::vector<unsigned>& otherFaces, float tolerance)
 {
     const kx::kxTriMesh& otherMesh = *other.mMesh;
-    std::vector<char> listed(size_t(otherMesh.GetTriangleQuantity()), 0);
-    for (unsigned t : otherFaces)
-        listed[t] = 1;
+    // Looked up by binary search: the cost follows the contact's size, not
+    // the size of the other part.
+    std::vector<unsigned> listed(otherFaces);
+    std::sort(listed.begin(), listed.end());
+    const auto isListed = [&](unsigned t) { return std::binary_search(listed.begin(), listed.end(), t); };
 
     const kx::kxVertexBuffer& s = *samples.buffer;
     std::vector<MatchedPair> pairs;
@@ -437,7 +439,7 @@ kx::kxPointer<kx::kxVertexBuffer> matchSamples(const PatchSamples& samples, cons
             Wm4::Vector2<float> uv;
             unsigned hit = 0;
             if (!other.mQBVH->intersectRaySymmetric(s.Position3(sample), normal, tolerance, distance, uv, hit) ||
-                !listed[hit])
+                !isListed(hit))
                 continue;
             Vec3f p[3], n[3];
             triangleCorners(otherMesh, hit, p, n);
