@@ -428,6 +428,13 @@ kx::kxPointer<kx::kxVertexBuffer> matchSamples(const PatchSamples& samples, cons
 
     const kx::kxVertexBuffer& s = *samples.buffer;
     std::vector<MatchedPair> pairs;
+    // Neighbouring samples mostly hit the same triangle: its corners, face
+    // normal and membership are kept from one hit to the next.
+    struct {
+        unsigned index = ~0u;
+        bool listed = false;
+        Vec3f p[3], n[3], face;
+    } hitTriangle;
     int sample = 0;
     for (unsigned patchCount : samples.perPatch) {
         const size_t patchBegin = pairs.size();
@@ -438,16 +445,23 @@ kx::kxPointer<kx::kxVertexBuffer> matchSamples(const PatchSamples& samples, cons
             float distance = 0.0f;
             Wm4::Vector2<float> uv;
             unsigned hit = 0;
-            if (!other.mQBVH->intersectRaySymmetric(s.Position3(sample), normal, tolerance, distance, uv, hit) ||
-                !isListed(hit))
+            if (!other.mQBVH->intersectRaySymmetric(s.Position3(sample), normal, tolerance, distance, uv, hit))
                 continue;
-            Vec3f p[3], n[3];
-            triangleCorners(otherMesh, hit, p, n);
+            if (hit != hitTriangle.index) {
+                hitTriangle.index = hit;
+                hitTriangle.listed = isListed(hit);
+                triangleCorners(otherMesh, hit, hitTriangle.p, hitTriangle.n);
+                hitTriangle.face = faceNormal(hitTriangle.p, hitTriangle.n);
+            }
+            if (!hitTriangle.listed)
+                continue;
+            const Vec3f(&p)[3] = hitTriangle.p;
+            const Vec3f(&n)[3] = hitTriangle.n;
             const float w0 = uv.X(), w1 = uv.Y(), w2 = 1.0f - uv.X() - uv.Y();
             const Vec3f partner = p[0] * w0 + p[1] * w1 + p[2] * w2;
             Vec3f partnerNormal = n[0] * w0 + n[1] * w1 + n[2] * w2;
             partnerNormal.Normalize();
-            const Vec3f partnerFace = faceNormal(p, n);
+            const Vec3f& partnerFace = hitTriangle.face;
             const double opposition = std::max(double(normal.Dot(partnerNormal)),
                                                double(s.TCoord3(0, sample).Dot(partnerFace)));
             if (opposition + kxContactPoints::OPPOSITION_COSINE > 0.0)
