@@ -68,15 +68,8 @@ public:
     // ---- Direction sampling and the shared tolerance rule ----------------------
 
     // m[r][c] += w·a[r]·b[c] for all nine entries.
-    // Defined here so that the per-point pushes of the moment systems inline it.
     static void PushTensorProduct(Wm4::Matrix3<double>& m, const Wm4::Vector3<double>& a,
-                                  const Wm4::Vector3<double>& b, double w)
-    {
-        for (int r = 0; r < 3; ++r) {
-            for (int c = 0; c < 3; ++c)
-                m[r][c] += w * a[r] * b[c];
-        }
-    }
+                                  const Wm4::Vector3<double>& b, double w);
     // The geodesic sample set of subdivision level n: 15 + 30·n + 20·(n·(n−1)/2)
     // unit vectors (906,015 for n = 300): the three positive axes, the twelve
     // icosahedron vertices, then face by face the points of the edges the face

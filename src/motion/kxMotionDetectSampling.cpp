@@ -36,6 +36,15 @@ bool ownsEdge(const Vec3& d)
 
 }  // namespace
 
+void kxMotionDetect::PushTensorProduct(Wm4::Matrix3<double>& m, const Wm4::Vector3<double>& a,
+                                       const Wm4::Vector3<double>& b, double w)
+{
+    for (int r = 0; r < 3; ++r) {
+        for (int c = 0; c < 3; ++c)
+            m[r][c] += w * a[r] * b[c];
+    }
+}
+
 void kxMotionDetect::GenerateDirections(unsigned n, std::vector<Wm4::Vector3<double>>& out)
 {
     out.resize(size_t(15) + size_t(30) * n + size_t(20) * ((n * (n - 1u)) >> 1));
