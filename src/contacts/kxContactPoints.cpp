@@ -59,7 +59,19 @@ std::vector<kx::kxPointer<kx::kxTriMesh>> buildPatches(const kx::kxTriMesh& part
         for (int c = 0; c < 3; ++c)
             listed->GetData()[3 * k + size_t(c)] = static_cast<unsigned>(i[c]);
     }
-    kx::kxPointer<kx::kxTriMesh> listedMesh = new kx::kxTriMesh(part.GetVertexBuffer(), listed);
+    // The grouping sees the listed triangles on their own vertices, numbered
+    // in order of the part's numbering: the same components, found at a cost
+    // that follows the contact's size rather than the part's.
+    const unsigned* listedIndices = listed->GetData();
+    std::vector<unsigned> usedVertices(listedIndices, listedIndices + 3 * faces.size());
+    std::sort(usedVertices.begin(), usedVertices.end());
+    usedVertices.erase(std::unique(usedVertices.begin(), usedVertices.end()), usedVertices.end());
+    kx::kxPointer<kx::kxIndexBuffer> renumbered = new kx::kxIndexBuffer(static_cast<int>(3 * faces.size()), 1);
+    for (size_t k = 0; k < 3 * faces.size(); ++k) {
+        renumbered->GetData()[k] = static_cast<unsigned>(
+            std::lower_bound(usedVertices.begin(), usedVertices.end(), listedIndices[k]) - usedVertices.begin());
+    }
+    kx::kxPointer<kx::kxTriMesh> listedMesh = new kx::kxTriMesh(part.GetVertexBuffer(), renumbered);
     std::vector<std::vector<unsigned>> components;
     kx::kxMeshProcessing::ClusterizeConnectedComponents(listedMesh, components);
 
