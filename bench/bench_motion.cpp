@@ -2,7 +2,7 @@
 // 906,015 directions): computeRemovalDirection against a plain per-sample scan
 // of getSingleDisassemblyDirectionScore, on hand-checked contacts sampled about
 // as densely as the contact-point producer samples (10,000 per side), and the
-// generation of the sample set itself.
+// generation of the sample set itself; the circle fit of the contact point.
 #include <benchmark/benchmark.h>
 
 #include <functional>
@@ -90,6 +90,18 @@ void BM_PlainFirstDirectionScan(benchmark::State& state, const tBenchCase& c)
         benchmark::DoNotOptimize(plainBestDisassemblySample(contact.detector));
 }
 
+// The circle fit of the reported contact point, seen across the contact
+// (along z: a filled outline) and along it (along x: points near a line, the
+// case where few points can be dropped before the hull).
+void BM_CircleBasedCentroid(benchmark::State& state, const tBenchCase& c, Vec3f direction)
+{
+    const tContactBuffers buffers(c.make());
+    const std::vector<kx::kxVertexBuffer*> pointers = buffers.pointers();
+    float quality = 0.0f;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(kxMotionDetect::ComputeCircleBasedCentroid(direction, pointers, quality));
+}
+
 const bool kRegistered = [] {
     benchmark::RegisterBenchmark("GenerateDirections/300", BM_GenerateDirections300)->Unit(benchmark::kMillisecond);
     for (const tBenchCase& c : kCases) {
@@ -99,6 +111,12 @@ const bool kRegistered = [] {
         benchmark::RegisterBenchmark(("FirstDirectionScan/" + name).c_str(), BM_FirstDirectionScan, c)
             ->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark(("PlainFirstDirectionScan/" + name).c_str(), BM_PlainFirstDirectionScan, c)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("CircleBasedCentroid/across/" + name).c_str(), BM_CircleBasedCentroid, c,
+                                     Vec3f(0, 0, 1))
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("CircleBasedCentroid/along/" + name).c_str(), BM_CircleBasedCentroid, c,
+                                     Vec3f(1, 0, 0))
             ->Unit(benchmark::kMillisecond);
     }
     return true;

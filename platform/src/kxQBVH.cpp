@@ -307,9 +307,13 @@ bool kxQBVH::intersectRaySymmetric(const Wm4::Vector3<float>& origin, const Wm4:
     unsigned forwardTriangle = 0;
     unsigned backwardTriangle = 0;
     const bool forwardHit = mScene->nearest(o, d, 0.0, maxDist, forward, forwardTriangle);
-    // The backward search need not go farther than the forward hit.
+    // The backward search need not go farther than the forward hit. A forward
+    // hit at distance 0 (the origin lies on the surface, as contact samples
+    // often do) leaves no backward hit that is strictly nearer: its search is
+    // skipped.
     const double backwardLimit = forwardHit ? forward.s : double(maxDist);
-    const bool backwardHit = mScene->nearest(o, negated(d), 0.0, backwardLimit, backward, backwardTriangle);
+    const bool backwardHit = !(forwardHit && backwardLimit <= 0.0) &&
+                             mScene->nearest(o, negated(d), 0.0, backwardLimit, backward, backwardTriangle);
     if (backwardHit && (!forwardHit || backward.s < forward.s)) {
         reportHit(backward, t, barycentric);
         triangle = backwardTriangle;

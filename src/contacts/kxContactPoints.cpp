@@ -59,7 +59,19 @@ std::vector<kx::kxPointer<kx::kxTriMesh>> buildPatches(const kx::kxTriMesh& part
         for (int c = 0; c < 3; ++c)
             listed->GetData()[3 * k + size_t(c)] = static_cast<unsigned>(i[c]);
     }
-    kx::kxPointer<kx::kxTriMesh> listedMesh = new kx::kxTriMesh(part.GetVertexBuffer(), listed);
+    // The grouping sees the listed triangles on their own vertices, numbered
+    // in order of the part's numbering: the same components, found at a cost
+    // that follows the contact's size rather than the part's.
+    const unsigned* listedIndices = listed->GetData();
+    std::vector<unsigned> usedVertices(listedIndices, listedIndices + 3 * faces.size());
+    std::sort(usedVertices.begin(), usedVertices.end());
+    usedVertices.erase(std::unique(usedVertices.begin(), usedVertices.end()), usedVertices.end());
+    kx::kxPointer<kx::kxIndexBuffer> renumbered = new kx::kxIndexBuffer(static_cast<int>(3 * faces.size()), 1);
+    for (size_t k = 0; k < 3 * faces.size(); ++k) {
+        renumbered->GetData()[k] = static_cast<unsigned>(
+            std::lower_bound(usedVertices.begin(), usedVertices.end(), listedIndices[k]) - usedVertices.begin());
+    }
+    kx::kxPointer<kx::kxTriMesh> listedMesh = new kx::kxTriMesh(part.GetVertexBuffer(), renumbered);
     std::vector<std::vector<unsigned>> components;
     kx::kxMeshProcessing::ClusterizeConnectedComponents(listedMesh, components);
 
@@ -420,12 +432,21 @@ kx::kxPointer<kx::kxVertexBuffer> matchSamples(const PatchSamples& samples, cons
                                                 const std::vector<unsigned>& otherFaces, float tolerance)
 {
     const kx::kxTriMesh& otherMesh = *other.mMesh;
-    std::vector<char> listed(size_t(otherMesh.GetTriangleQuantity()), 0);
-    for (unsigned t : otherFaces)
-        listed[t] = 1;
+    // Looked up by binary search: the cost follows the contact's size, not
+    // the size of the other part.
+    std::vector<unsigned> listed(otherFaces);
+    std::sort(listed.begin(), listed.end());
+    const auto isListed = [&](unsigned t) { return std::binary_search(listed.begin(), listed.end(), t); };
 
     const kx::kxVertexBuffer& s = *samples.buffer;
     std::vector<MatchedPair> pairs;
+    // Neighbouring samples mostly hit the same triangle: its corners, face
+    // normal and membership are kept from one hit to the next.
+    struct {
+        unsigned index = ~0u;
+        bool listed = false;
+        Vec3f p[3], n[3], face;
+    } hitTriangle;
     int sample = 0;
     for (unsigned patchCount : samples.perPatch) {
         const size_t patchBegin = pairs.size();
@@ -436,16 +457,23 @@ kx::kxPointer<kx::kxVertexBuffer> matchSamples(const PatchSamples& samples, cons
             float distance = 0.0f;
             Wm4::Vector2<float> uv;
             unsigned hit = 0;
-            if (!other.mQBVH->intersectRaySymmetric(s.Position3(sample), normal, tolerance, distance, uv, hit) ||
-                !listed[hit])
+            if (!other.mQBVH->intersectRaySymmetric(s.Position3(sample), normal, tolerance, distance, uv, hit))
                 continue;
-            Vec3f p[3], n[3];
-            triangleCorners(otherMesh, hit, p, n);
+            if (hit != hitTriangle.index) {
+                hitTriangle.index = hit;
+                hitTriangle.listed = isListed(hit);
+                triangleCorners(otherMesh, hit, hitTriangle.p, hitTriangle.n);
+                hitTriangle.face = faceNormal(hitTriangle.p, hitTriangle.n);
+            }
+            if (!hitTriangle.listed)
+                continue;
+            const Vec3f(&p)[3] = hitTriangle.p;
+            const Vec3f(&n)[3] = hitTriangle.n;
             const float w0 = uv.X(), w1 = uv.Y(), w2 = 1.0f - uv.X() - uv.Y();
             const Vec3f partner = p[0] * w0 + p[1] * w1 + p[2] * w2;
             Vec3f partnerNormal = n[0] * w0 + n[1] * w1 + n[2] * w2;
             partnerNormal.Normalize();
-            const Vec3f partnerFace = faceNormal(p, n);
+            const Vec3f& partnerFace = hitTriangle.face;
             const double opposition = std::max(double(normal.Dot(partnerNormal)),
                                                double(s.TCoord3(0, sample).Dot(partnerFace)));
             if (opposition + kxContactPoints::OPPOSITION_COSINE > 0.0)

@@ -7,6 +7,7 @@
 
 #include "kxMotionDetect.h"
 #include "kxMotionGeometry.h"
+#include "kxPointSorter.h"
 
 namespace {
 
@@ -76,8 +77,11 @@ void dropPointsInsideExtremeOctagon(std::vector<Vec2>& points)
 std::vector<Vec2> convexHull(std::vector<Vec2>& points)
 {
     dropPointsInsideExtremeOctagon(points);
-    std::sort(points.begin(), points.end(),
-              [](const Vec2& a, const Vec2& b) { return a[0] < b[0] || (a[0] == b[0] && a[1] < b[1]); });
+    // Points that compare equal are identical up to the sign of a zero
+    // coordinate; the chain drops all but one of them, and a boundary point
+    // interpolated from a hull vertex comes out the same for either sign, so
+    // the fit does not depend on how such points are arranged.
+    kxPointSorter().sortByXThenY(points);
     std::vector<Vec2> hull(2 * points.size());
     size_t k = 0;
     const auto keep = [&](const Vec2& p, size_t chainStart) {

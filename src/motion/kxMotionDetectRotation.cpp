@@ -31,6 +31,64 @@ struct tPlaneMoments {
     double covUU, covVV, covUV;
 };
 
+// The rotation push adds terms w·a_k·x in which a_k's coordinate k is a
+// structural zero. Such a term rounds to ±0 whenever its other factors are
+// finite, and adding ±0 leaves a sum unchanged: a sum that starts at +0 never
+// becomes −0 (x + y is −0 only when both are), and x ± 0 = x otherwise. So on
+// a cleared system those terms can be left out, provided w, c and the
+// products w·n_i and 2w·n_i are finite; any non-finite or overflowing one
+// makes this sum non-finite, and then every term is added.
+bool structuralZerosVanish(const Vec3& n, const Vec3& c, double w)
+{
+    const double w2 = 2.0 * w;
+    return std::isfinite(w2 * n[0] + w2 * n[1] + w2 * n[2] + c[0] + c[1] + c[2] + w);
+}
+
+// The pushes of kxSymMatrix3 and PushTensorProduct with the same arithmetic,
+// leaving out the entries that multiply coordinate `zero` of a (or b) when
+// that coordinate is a structural zero; -1 leaves out nothing.
+void pushMixedTensor(Wm4::Matrix3<double>& m, const Vec3& a, const Vec3& c, double w, int zero)
+{
+    for (int row = 0; row < 3; ++row) {
+        if (row == zero)
+            continue;
+        for (int column = 0; column < 3; ++column)
+            m[row][column] += w * a[row] * c[column];
+    }
+}
+
+void pushSelfTensor(kxSymMatrix3& s, const Vec3& v, double w, int zero)
+{
+    const auto kept = [zero](int i, int j) { return i != zero && j != zero; };
+    if (kept(0, 0))
+        s.xx() += w * v[0] * v[0];
+    if (kept(0, 1))
+        s.xy() += w * v[1] * v[0];
+    if (kept(0, 2))
+        s.xz() += w * v[2] * v[0];
+    if (kept(1, 1))
+        s.yy() += w * v[1] * v[1];
+    if (kept(1, 2))
+        s.yz() += w * v[2] * v[1];
+    if (kept(2, 2))
+        s.zz() += w * v[2] * v[2];
+}
+
+void pushTwinTensor(kxSymMatrix3& s, const Vec3& a, const Vec3& b, double w, int zeroA, int zeroB)
+{
+    // Diagonal entry i is 2w·a_i·b_i; the others have no structural zero.
+    const auto kept = [&](int i) { return i != zeroA && i != zeroB; };
+    if (kept(0))
+        s.xx() += 2.0 * w * a[0] * b[0];
+    if (kept(1))
+        s.yy() += 2.0 * w * a[1] * b[1];
+    if (kept(2))
+        s.zz() += 2.0 * w * a[2] * b[2];
+    s.xy() += w * (a[1] * b[0] + a[0] * b[1]);
+    s.xz() += w * (a[2] * b[0] + a[0] * b[2]);
+    s.yz() += w * (a[1] * b[2] + a[2] * b[1]);
+}
+
 }  // namespace
 
 void kxMotionDetect::pushPointToSingleRotationSystem(const Wm4::Vector3<double>& r, const Wm4::Vector3<double>& n,
@@ -39,13 +97,15 @@ void kxMotionDetect::pushPointToSingleRotationSystem(const Wm4::Vector3<double>&
     const Vec3 c = n.Cross(r);
     const Vec3 a[3] = {Vec3(0.0, -n[2], n[1]), Vec3(n[2], 0.0, -n[0]), Vec3(-n[1], n[0], 0.0)};
     sys.mMomentTensor.pushSelfTensorProduct(c, w);
+    const bool leaveOutZeros = structuralZerosVanish(n, c, w);
+    const auto zeroOf = [leaveOutZeros](int k) { return leaveOutZeros ? k : -1; };
     for (int k = 0; k < 3; ++k) {
-        PushTensorProduct(sys.mMixedMatrices[k], a[k], c, w);
-        sys.mAxisTensors[k].pushSelfTensorProduct(a[k], w);
+        pushMixedTensor(sys.mMixedMatrices[k], a[k], c, w, zeroOf(k));
+        pushSelfTensor(sys.mAxisTensors[k], a[k], w, zeroOf(k));
     }
-    sys.mAxisTensors[3].pushTwinTensorProduct(a[0], a[1], w);
-    sys.mAxisTensors[4].pushTwinTensorProduct(a[0], a[2], w);
-    sys.mAxisTensors[5].pushTwinTensorProduct(a[1], a[2], w);
+    pushTwinTensor(sys.mAxisTensors[3], a[0], a[1], w, zeroOf(0), zeroOf(1));
+    pushTwinTensor(sys.mAxisTensors[4], a[0], a[2], w, zeroOf(0), zeroOf(2));
+    pushTwinTensor(sys.mAxisTensors[5], a[1], a[2], w, zeroOf(1), zeroOf(2));
 }
 
 double kxMotionDetect::getSingleRotationScore(const Wm4::Vector3<double>& axis, Wm4::Vector3<double>& axisPoint,

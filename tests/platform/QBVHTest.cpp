@@ -253,6 +253,42 @@ TEST(QBVH, HandCases)
 }
 
 // Queries from several threads at once give the single-thread answers.
+// Two unit squares, at z = 0 (triangles 0, 1) and z = 1 (triangles 2, 3):
+// the nearer sense wins, the forward one on a tie, and a ray that starts on a
+// sheet stays on it whatever lies behind.
+TEST(QBVH, SymmetricHitBetweenTwoSheets)
+{
+    const auto sheets = velmora_test::makeMesh({Vec3f(0, 0, 0), Vec3f(1, 0, 0), Vec3f(1, 1, 0), Vec3f(0, 1, 0),
+                                                Vec3f(0, 0, 1), Vec3f(1, 0, 1), Vec3f(1, 1, 1), Vec3f(0, 1, 1)},
+                                               {0, 1, 2, 0, 2, 3, 4, 5, 6, 4, 6, 7});
+    kxQBVH tree;
+    tree.buildFromMesh(kxQBVH::QBVH_ROBUST, *sheets, 12);
+    struct Case {
+        float z, dz, maxDist;
+        bool found;
+        bool upperSheet;
+        float t;
+    };
+    const Case cases[] = {
+        {0.3f, 1, 2, true, false, 0.3f},  {0.7f, 1, 2, true, true, 0.3f},   {0.5f, 1, 2, true, true, 0.5f},
+        {0.5f, -1, 2, true, false, 0.5f}, {0.0f, 1, 2, true, false, 0.0f},  {0.0f, -1, 2, true, false, 0.0f},
+        {1.0f, 1, 2, true, true, 0.0f},   {1.0f, -1, 0, true, true, 0.0f},  {0.3f, 1, 0.2f, false, false, 0},
+        {2.0f, 1, 1.5f, true, true, 1.0f},
+    };
+    for (const Case& c : cases) {
+        float t = -1.0f;
+        Wm4::Vector2<float> uv;
+        unsigned triangle = 99;
+        const bool found = tree.intersectRaySymmetric(Vec3f(0.25f, 0.75f, c.z), Vec3f(0, 0, c.dz), c.maxDist, t, uv,
+                                                      triangle);
+        ASSERT_EQ(found, c.found) << "from z = " << c.z << " along " << c.dz;
+        if (!found)
+            continue;
+        EXPECT_EQ(triangle >= 2, c.upperSheet) << "from z = " << c.z << " along " << c.dz;
+        EXPECT_FLOAT_EQ(t, c.t) << "from z = " << c.z << " along " << c.dz;
+    }
+}
+
 TEST(QBVH, ConcurrentQueriesAgree)
 {
     std::mt19937 rng(5);
