@@ -7,6 +7,8 @@
 #include <optional>
 #include <tuple>
 
+#include "kxBBox.h"
+
 namespace velmora {
 namespace {
 
@@ -77,13 +79,10 @@ Wm4::Matrix3<double> frameOf(const kx::kxTriMesh& mesh, const std::array<int, 3>
 
 double diagonalOf(const kx::kxTriMesh& mesh)
 {
-    Vec3d lo = positionOf(mesh, 0), hi = lo;
-    for (int v = 1; v < vertexCount(mesh); ++v) {
-        const Vec3d p = positionOf(mesh, v);
-        for (int k = 0; k < 3; ++k)
-            lo[k] = std::min(lo[k], p[k]), hi[k] = std::max(hi[k], p[k]);
-    }
-    return (hi - lo).Length();
+    kx::kxBBox box;
+    for (int v = 0; v < vertexCount(mesh); ++v)
+        box.selfExpand(mesh.GetVertexBuffer()->Position3(v));
+    return box.getDiagonalLength();
 }
 
 // The rigid motion taking `source` onto `copy` vertex by vertex, when every
